@@ -1,0 +1,18 @@
+/**
+ * @file ZKQ_general.h
+ * @brief Includes every public header of libZKQ_general.
+ *
+ * The conventions that all functions share stand in ZKQ_general/types.h.
+ */
+#ifndef ZKQ_GENERAL_H
+#define ZKQ_GENERAL_H
+
+#include <ZKQ_general/error.h>
+#include <ZKQ_general/file.h>
+#include <ZKQ_general/inifile.h>
+#include <ZKQ_general/log.h>
+#include <ZKQ_general/string.h>
+#include <ZKQ_general/system.h>
+#include <ZKQ_general/types.h>
+
+#endif
