@@ -255,6 +255,13 @@ std::string_view BuildDump(char (&buffer)[kDumpSize], std::span<const unsigned c
     return {buffer, static_cast<size_t>(next - buffer)};
 }
 
+/// vsnprintf() that takes null for the empty format, and leaves a text whatever happens.
+int FormatText(char* buffer, size_t size, const char* format, va_list arguments)
+{
+    *buffer = '\0';
+    return format == nullptr ? 0 : vsnprintf(buffer, size, format, arguments);
+}
+
 struct Dump {
     const unsigned char* data;
     int length;
@@ -285,8 +292,8 @@ struct Dump {
 [[gnu::noinline]] BOOL RecordFormattedDump(void* LogCtx, int Level, const Dump& dump, const char* format,
                                            va_list arguments)
 {
-    char extraInfo[kHeaderSize] = "";
-    vsnprintf(extraInfo, sizeof extraInfo, format == nullptr ? "" : format, arguments);
+    char extraInfo[kHeaderSize];
+    FormatText(extraInfo, sizeof extraInfo, format, arguments);
     return RecordDump(LogCtx, Level, dump, extraInfo);
 }
 
@@ -294,12 +301,12 @@ struct Dump {
 /// into each file.
 class Formatted {
 public:
-    Formatted(const char* format, va_list arguments) : format_(format == nullptr ? "" : format)
+    Formatted(const char* format, va_list arguments) : format_(format)
     {
         va_copy(arguments_, arguments);
         va_list copy;
         va_copy(copy, arguments);
-        length_ = vsnprintf(text_, sizeof text_, format_, copy);
+        length_ = FormatText(text_, sizeof text_, format_, copy);
         va_end(copy);
     }
     Formatted(const Formatted&) = delete;
@@ -464,10 +471,10 @@ BOOL ZKQGeneral_RecordLogToFile_V(LPCTSTR FileName, char* Format, ...)
 {
     if (FileName == nullptr)
         return Fail(EINVAL);
-    char text[kFormattedSize] = "";
+    char text[kFormattedSize];
     va_list arguments;
     va_start(arguments, Format);
-    const int length = vsnprintf(text, sizeof text, Format == nullptr ? "" : Format, arguments);
+    const int length = FormatText(text, sizeof text, Format, arguments);
     va_end(arguments);
     return length < 0 ? FailWithErrno() : AppendLine(FileName, text);
 }
