@@ -36,7 +36,7 @@ run ini get --default=-5 s.ini Server none
 expect_output -5
 
 # Names of commands, lists and options are names like others.
-printf '%s\n' '[keys]' 'get=1' '[[a,b]' '[c]=2' '--x=3' >odd.ini
+printf '%s\n' '[keys]' 'get=1' '[[a,b]' '--x=3' >odd.ini
 run ini get odd.ini keys get
 expect_output 1
 run ini get odd.ini '[a,b' -- --x
@@ -109,7 +109,7 @@ for key in 'a=b' '#c' ';c' '[k' $'a\nb'; do
 done
 run ini set s.ini 'a]b' k v
 expect_equal "$status" 1
-run ini set s.ini Server k "$(printf '%4096d' 1)"
+run ini set s.ini Server k "$(printf '%04096d' 1)"
 expect_equal "$status" 1
 expect_equal "$(cat s.ini)" "$before"
 

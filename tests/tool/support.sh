@@ -17,8 +17,8 @@ run() {
 fail() {
     printf '%s\n' "${BASH_SOURCE[-1]}:${BASH_LINENO[-2]}: $1" >&2
     printf '  status %s\n' "$status" >&2
-    [[ ! -s out ]] || sed 's/^/  out: /' out >&2
-    [[ ! -s err ]] || sed 's/^/  err: /' err >&2
+    [[ ! -s out ]] || head -n 20 out | cut -c 1-200 | sed 's/^/  out: /' >&2
+    [[ ! -s err ]] || head -n 20 err | cut -c 1-200 | sed 's/^/  err: /' >&2
     exit 1
 }
 

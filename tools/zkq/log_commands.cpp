@@ -146,7 +146,9 @@ void AddTail(CLI::App& log)
     const auto options = std::make_shared<TailOptions>();
     CLI::App* command = log.add_subcommand("tail", "Show the end of a log");
     command->add_option("FILE", options->file, "The log")->required()->type_name("");
-    command->add_option("-n,--lines", options->lines, "How many lines; 10 by default")->type_name("LINES");
+    command->add_option("-n,--lines", options->lines, "How many lines; 10 by default")
+        ->type_name("LINES")
+        ->check(CLI::NonNegativeNumber.description(""));
     command->add_flag("-f,--follow", options->follow, "Go on showing what is added, also to a new log of that name");
     command->add_flag("--gbk", options->gbk, "The log is in GBK: show it in the terminal's charset");
     command->callback([options] {
@@ -165,8 +167,8 @@ void AddWrite(CLI::App& log)
     AddDir(command, *options);
     command->add_option("--project", options->project, "The log's name without \".log\"; \"zkq\" by default")
         ->type_name("NAME");
-    command->add_option("--level", options->level, "Level of the record; \"info\" by default")
-        ->check(CLI::IsMember({"debug", "info", "warn", "error"}))
+    command->add_option("--level", options->level, "debug, info, warn or error; \"info\" by default")
+        ->check(CLI::IsMember({"debug", "info", "warn", "error"}).description(""))
         ->type_name("LEVEL");
     command->add_flag("--force", options->force, "Write to the project's log whatever its switch says");
     command->callback([options] { Write(*options); });

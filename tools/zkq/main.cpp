@@ -32,6 +32,14 @@ std::string ChosenCommand(const CLI::App& app)
     return app.get_name() + (chosen.empty() ? "" : " " + ChosenCommand(*chosen.front()));
 }
 
+/// Where something is missing because a word was misspelt, the word tells more.
+std::string Reason(const CLI::App& app, const CLI::ParseError& error)
+{
+    const std::vector<std::string> rest = app.remaining(true);
+    const bool missing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    return Unguarded(missing && !rest.empty() ? "Not expected here: " + rest.front() : error.what());
+}
+
 /// The parser speaks through an exception also when it has only been asked for help.
 int Answer(const CLI::App& app, const CLI::ParseError& error)
 {
@@ -41,7 +49,7 @@ int Answer(const CLI::App& app, const CLI::ParseError& error)
         Print(text.str());
         return kSuccess;
     }
-    fprintf(stderr, "zkq: %s\nTry \"%s --help\".\n", Unguarded(error.what()).c_str(), ChosenCommand(app).c_str());
+    fprintf(stderr, "zkq: %s\nTry \"%s --help\".\n", Reason(app, error).c_str(), ChosenCommand(app).c_str());
     return kUsage;
 }
 

@@ -44,7 +44,10 @@ _zkq_read_words() {
     for ((i = 3; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         case $word in
-            --dir) dir=$(_zkq_plain "${COMP_WORDS[++i]}") ;;
+            --dir)
+                ((++i))
+                dir=$(_zkq_plain "${COMP_WORDS[i]}")
+                ;;
             --default | --project | --level | --lines | -n) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
