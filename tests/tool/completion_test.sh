@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# shellcheck source=support.sh
+# shellcheck source-path=SCRIPTDIR source=support.sh
 source "$(dirname "$0")/support.sh"
+# shellcheck source=../../tools/zkq/completion/zkq.bash
 source "$ZKQ_SOURCE/tools/zkq/completion/zkq.bash"
 
 # Completes the last of the given words after "zkq", as bash would, and compares what is offered.

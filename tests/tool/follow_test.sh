@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # zkq log tail -f, while the log grows, shrinks, goes away and comes back.
-# shellcheck source=support.sh
+# shellcheck source-path=SCRIPTDIR source=support.sh
 source "$(dirname "$0")/support.sh"
 
 tail_pid=""

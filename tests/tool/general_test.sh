@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# shellcheck source=support.sh
+# shellcheck source-path=SCRIPTDIR source=support.sh
 source "$(dirname "$0")/support.sh"
 
 # The words of a command's --help under "Subcommands:".
