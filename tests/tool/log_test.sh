@@ -68,7 +68,7 @@ expect_record logs/demo.log '\[Debug\] forced'
 rm logs/demo.log
 long=$(printf '%20000d' 7)
 run log write --dir logs --project demo --force "$long"
-expect_record logs/demo.log "\\[Info \\] $long"
+grep -qF "[Info ] $long " logs/demo.log || fail 'a long record was cut'
 (
     cd logs
     "$ZKQ" log write --force by default

@@ -18,7 +18,7 @@ void AddCommands(CLI::App& app)
 {
     app.set_version_flag("--version", "zkq " ZKQ_VERSION, "Print the version and exit");
     app.require_subcommand(1);
-    app.footer("Exit status: 0 done, 1 failed, 2 wrong usage. \"zkq COMMAND --help\" tells more.");
+    app.footer("Exit status: 0 done, 1 failed, 2 wrong usage.");
     AddIniCommands(app);
     AddLogCommands(app);
     AddFileCommands(app);
