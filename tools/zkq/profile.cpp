@@ -165,7 +165,7 @@ void Profile::RequireWellFormed() const
         throw Malformed();
 }
 
-void SetProfileValue(const std::string& file, std::string section, std::string key, std::string value)
+void SetProfileValue(const std::string& file, const std::string& section, std::string key, std::string value)
 {
     key = Trimmed(key);
     value = Trimmed(value);
@@ -176,8 +176,6 @@ void SetProfileValue(const std::string& file, std::string section, std::string k
         Profile(file).RequireWellFormed();
     if (!ZKQGeneral_WritePrivateProfileString(section.c_str(), key.c_str(), value.c_str(), path.c_str()))
         throw LibraryFailure("cannot write " + file);
-    if (Profile(file).Value(section, key) != value)
-        throw Failure("cannot write " + file, "The value does not read back");
 }
 
 void DeleteProfileKey(const std::string& file, const std::string& section, const std::string& key)

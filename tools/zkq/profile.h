@@ -35,6 +35,6 @@ private:
     size_t size_ = 0;
 };
 
-void SetProfileValue(const std::string& file, std::string section, std::string key, std::string value);
+void SetProfileValue(const std::string& file, const std::string& section, std::string key, std::string value);
 void DeleteProfileKey(const std::string& file, const std::string& section, const std::string& key);
 void DeleteProfileSection(const std::string& file, const std::string& section);
