@@ -156,7 +156,7 @@ void Profile::RequireWellFormed() const
 {
     if (strlen(text_.get()) != size_)
         throw Failure("cannot change " + file_, "The file holds NUL bytes and is no text");
-    // Taking out a key that no line can hold copies every line, which the library does not survive on a bad one.
+    // Taking out a key that no line can hold copies the text line by line, and stops at a bad one.
     char* copy = nullptr;
     int length = 0;
     const BOOL done = ZKQGeneral_WritePrivateProfileString_Mem(text_.get(), "", "\n", nullptr, &copy, &length);
