@@ -255,11 +255,13 @@ std::string_view BuildDump(char (&buffer)[kDumpSize], std::span<const unsigned c
     return {buffer, static_cast<size_t>(next - buffer)};
 }
 
-/// vsnprintf() that takes null for the empty format, and leaves a text whatever happens.
+/// vsnprintf() that takes null for the empty format, and leaves the empty text when it fails.
 int FormatText(char* buffer, size_t size, const char* format, va_list arguments)
 {
-    *buffer = '\0';
-    return format == nullptr ? 0 : vsnprintf(buffer, size, format, arguments);
+    const int length = format == nullptr ? 0 : vsnprintf(buffer, size, format, arguments);
+    if (length <= 0)
+        *buffer = '\0';
+    return length;
 }
 
 struct Dump {
