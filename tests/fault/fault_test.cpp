@@ -134,7 +134,7 @@ bool WriteKeyInMemory(const LogDir&)
     char* output = nullptr;
     int length = -1;
     const BOOL written = ZKQGeneral_WritePrivateProfileString_Mem("[S]\nk=1\n", "S", "k", "2", &output, &length);
-    EXPECT_EQ(written == TRUE, length == 12);
+    EXPECT_EQ(written == TRUE, length == 11);
     ZKQGeneral_FreeMallocBuffer(output);
     return written;
 }
@@ -219,7 +219,7 @@ INSTANTIATE_TEST_SUITE_P(
                  [](const LogDir&) {
                      char name[300] = "";
                      const BOOL made = ZKQGeneral_MyCreateTempFile(name, "zkq", sizeof name);
-                     EXPECT_EQ(made == TRUE, unlink(name) == 0);
+                     EXPECT_EQ(made == TRUE, remove(name) == 0);
                      return made != 0;
                  },
                  {"close", "unlink"},
@@ -227,7 +227,8 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"make_directories",
                  [](const LogDir&) {},
                  [](const LogDir& d) { return ZKQGeneral_CreateMultiLevelDirectory(d.File("a/b/c").c_str()) != 0; },
-                 {},
+                 // What cannot be looked at is made, and mkdir() has the last word.
+                 {"lstat"},
                  {}},
         Scenario{"short_cut",
                  Source,
@@ -285,8 +286,8 @@ INSTANTIATE_TEST_SUITE_P(
                  {"close"},
                  {}},
         Scenario{"profile_read", Profile, ReadKey, {"close"}, {}},
-        Scenario{"profile_write", Profile, WriteKey, {"close", "fstat", "lstat"}, {}},
-        Scenario{"profile_write_repeated", Repeated, WriteRepeated, {"close", "fstat", "lstat"}, {}},
+        Scenario{"profile_write", Profile, WriteKey, {"close", "fstat"}, {}},
+        Scenario{"profile_write_repeated", Repeated, WriteRepeated, {"close", "fstat"}, {}},
         Scenario{"profile_write_in_memory", [](const LogDir&) {}, WriteKeyInMemory, {}, {}},
         Scenario{"split", [](const LogDir&) {}, Split, {}, {"strndup"}},
         Scenario{"collect", [](const LogDir&) {}, Collect, {"calloc"}, kEverything},
