@@ -337,7 +337,7 @@ BOOL ZKQGeneral_CreateShortCut(LPCTSTR ExefullPath, LPCTSTR /*filedescription*/,
     return symlink(ExefullPath, shortcutfullpath) == 0 ? TRUE : FailWithErrno();
 }
 
-BOOL ZKQGeneral_MyDeleteDirectory(char* DirectoryName)
+BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName)
 {
     if (DirectoryName == nullptr)
         return Fail(EINVAL);
