@@ -1,6 +1,6 @@
 /*
- * A small agent: it reads its settings from a profile file, watches a directory for a few rounds, and records what it sees
- * in a log whose levels an operator may switch while it runs.
+ * A small agent: it reads its settings from a profile file, watches a directory for a few rounds, and records what it
+ * sees in a log whose levels an operator may switch while it runs.
  *
  *     agent SETTINGS.ini
  *
@@ -57,7 +57,8 @@ static int ReadSettings(const char* file, Settings* settings)
     char ignore[1024];
     if (!ZKQGeneral_IsFileExist(file))
         return 0;
-    ZKQGeneral_GetPrivateProfileString("agent", "directory", ".", settings->directory, sizeof settings->directory, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "directory", ".", settings->directory, sizeof settings->directory,
+                                       file);
     ZKQGeneral_GetPrivateProfileString("agent", "log", ".", settings->log, sizeof settings->log, file);
     ZKQGeneral_GetPrivateProfileString("agent", "ignore", "", ignore, sizeof ignore, file);
     settings->rounds = (int)ZKQGeneral_GetPrivateProfileInt("agent", "rounds", 5, file);

@@ -159,7 +159,7 @@ void* ZKQGeneral_MEM_malloc(int InitSize)
     object->Buf = static_cast<unsigned char*>(malloc(object->Capacity));
     if (object->Buf != nullptr)
         return object;
-    ZKQGeneral_MEM_free(object);
+    free(object);
     return &g_DeadObject;
 }
 
