@@ -2,6 +2,7 @@
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <sys/mount.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "support/child.h"
 #include "support/error_text.h"
@@ -330,6 +332,31 @@ TEST(SetFileContent, ModeOfANewFile)
         EXPECT_EQ(Set(dir.File("f"), "x"), TRUE);
         EXPECT_EQ(support::Mode(dir.File("f")), 0666U & ~mask);
     }
+}
+
+TEST(SetFileContent, AFifoTakesAllBytesHoweverSlowItsReader)
+{
+    support::TempDir dir;
+    const std::string fifo = dir.File("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    const int fd = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(fcntl(fd, F_SETFL, 0), 0);
+    const std::string expected = Pattern(1000000);
+    std::thread writer([&] { EXPECT_EQ(Set(fifo, expected), TRUE) << support::ErrorText(); });
+    std::string received;
+    char block[5000];
+    // An end before the writer has opened the FIFO is not the end.
+    while (received.size() < expected.size()) {
+        const ssize_t count = read(fd, block, sizeof block);
+        if (count > 0)
+            received.append(block, static_cast<size_t>(count));
+        else
+            std::this_thread::yield();
+    }
+    writer.join();
+    close(fd);
+    EXPECT_EQ(received, expected);
 }
 
 TEST(SetFileContent, AFullDeviceIsNoticed)

@@ -333,6 +333,39 @@ TEST(CopyFile, AFullFileSystemLeavesAPartialDestination)
     });
 }
 
+TEST(CopyFile, AcrossFileSystems)
+{
+    support::TempDir dir;
+    std::filesystem::create_directory(dir.File("other"));
+    RUN_IN_CHILD([&] {
+        support::EnterPrivateMounts();
+        if (mount("none", dir.File("other").c_str(), "tmpfs", 0, nullptr) != 0)
+            support::SkipChild("mount");
+        for (size_t length : {0U, 1U, 4095U, 4096U, 4097U, 100000U}) {
+            SCOPED_TRACE(length);
+            WriteFile(dir.File("from"), Pattern(length));
+            EXPECT_EQ(Copy(dir.File("from"), dir.File("other/to")), TRUE);
+            EXPECT_EQ(ReadFile(dir.File("other/to")), Pattern(length));
+            EXPECT_EQ(Copy(dir.File("other/to"), dir.File("back")), TRUE);
+            EXPECT_EQ(ReadFile(dir.File("back")), Pattern(length));
+        }
+    });
+}
+
+TEST(CopyFile, ADeviceGetsTheModeOfTheSourceToo)
+{
+    support::TempDir dir;
+    // A device of the test's own, because the copy changes the mode of its destination.
+    const std::string null = dir.File("null");
+    if (mknod(null.c_str(), S_IFCHR | 0666, makedev(1, 3)) != 0 || access(null.c_str(), W_OK) != 0) {
+        GTEST_SKIP() << "no device can be made here: " << strerror(errno);
+    }
+    WriteFile(dir.File("from"), Pattern(100000));
+    ASSERT_EQ(chmod(dir.File("from").c_str(), 0600), 0);
+    EXPECT_EQ(Copy(dir.File("from"), null), TRUE);
+    EXPECT_EQ(support::Mode(null), 0600U);
+}
+
 TEST(CopyFile, DescriptorsAreClosed)
 {
     support::TempDir dir;

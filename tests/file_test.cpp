@@ -198,6 +198,7 @@ const ChainRow kChainRows[] = {
     {"the root alone", "/", 0, {}, {}},
     {"blanks are part of the name", " a / b", 0, {" a ", " a / b"}, {}},
     {"below a file", "file/b", ENOTDIR, {}, {}},
+    {"a file with a slash behind it", "file/", EEXIST, {}, {}},
     {"further below a file", "file/b/c", ENOTDIR, {}, {}},
     {"a file as the last part is not looked at", "there/file", 0, {}, {}},
     {"below a link to a directory", "dirlink/b", 0, {"there/b"}, {}},
