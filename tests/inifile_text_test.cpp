@@ -13,11 +13,15 @@ namespace {
 
 std::string Trimmed(const std::string& text, int flag)
 {
-    support::Buffer buffer(text.size() + 1);
-    memcpy(buffer.Data(), text.c_str(), text.size() + 1);
-    ZKQGeneral_TrimString(buffer.Data(), flag);
+    // Blanks in front of the text are none of the function's business.
+    constexpr size_t kFront = 8;
+    support::Buffer buffer(kFront + text.size() + 1);
+    memset(buffer.Data(), ' ', kFront);
+    memcpy(buffer.Data() + kFront, text.c_str(), text.size() + 1);
+    ZKQGeneral_TrimString(buffer.Data() + kFront, flag);
     EXPECT_TRUE(buffer.GuardIntact());
-    return buffer.Text();
+    EXPECT_EQ(buffer.Bytes().substr(0, kFront), std::string(kFront, ' '));
+    return buffer.Data() + kFront;
 }
 
 struct TrimRow {

@@ -213,6 +213,22 @@ TEST(GetModuleFileName, OfAModuleCutWithNul)
     }
 }
 
+// The text leaves open whether a path of 300 bytes and more is returned or refused, but not that it is cut.
+TEST(GetModuleFileName, LongPathsOfModules)
+{
+    for (size_t length : {290U, 298U, 299U, 300U, 301U, 900U}) {
+        SCOPED_TRACE(length);
+        support::TempDir dir;
+        const std::string path = dir.File(support::NestedPath(length - dir.Path().size() - 12)) + "/module.so.";
+        ASSERT_EQ(path.size(), length);
+        const Module module(path);
+        const std::string answer = Path(module.Handle());
+        if (length < 300 || !answer.empty()) {
+            EXPECT_EQ(answer, path);
+        }
+    }
+}
+
 TEST(GetModuleFileName, RelativeNamesAreMadeAbsolute)
 {
     struct Row {
@@ -384,6 +400,7 @@ TEST(GetModuleFileName2, TheWalkBackEndsAtTheStartOfTheMap)
     std::string line;
     ASSERT_TRUE(std::getline(map, line));
     const std::string address = line.substr(0, line.find(' '));
+    EXPECT_EQ(FindInMap(address).path, line);
     EXPECT_EQ(FindInMap(address.substr(1)).path, line);
 }
 
