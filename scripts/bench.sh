@@ -22,6 +22,10 @@ cmake --build --preset bench -j "${ZKQ_BENCH_JOBS:-2}" >&2
 mkdir -p "$results"
 rm -f "$results"/*.json
 for program in "${programs[@]}"; do
+    selected=$("$build/bench/$program" --benchmark_filter="$filter" --benchmark_list_tests 2>/dev/null)
+    if [[ -z $selected ]]; then
+        continue
+    fi
     echo "running $program, $repetitions repetitions" >&2
     # The repetitions of all benchmarks of a program are shuffled, so that whatever else the machine does meanwhile hits
     # the library and its peers alike.

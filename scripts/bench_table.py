@@ -47,8 +47,9 @@ def rows():
                [(1, f"file/copy/loop/{size}")], NO_SLOWER)
     yield ("copy a file of 100 MB", f"file/copy/ours/{100 << 20}", "cp", [(1, f"file/copy/cp/{100 << 20}")], NO_SLOWER)
     for size, title in FILES.items():
-        yield (f"read a file of {title}", f"file/read/ours/{size}", "fstat, malloc, read loop",
-               [(1, f"file/read/loop/{size}")], NO_SLOWER)
+        for peer, name in (("loop", "fstat, malloc, read loop"), ("lstat", "lstat, malloc, read loop")):
+            yield (f"read a file of {title}", f"file/read/ours/{size}", name, [(1, f"file/read/{peer}/{size}")],
+                   NO_SLOWER)
 
     for count in (1_000, 10_000, 100_000, 1_000_000):
         for peer, name in (("string", "std::string"), ("vector", "std::vector")):
