@@ -23,7 +23,7 @@ struct Profile {
     std::string lastValue;
 };
 
-// A server's settings: names, numbers, addresses, paths and an occasional sentence, 8 to 90 bytes. Nothing that one of
+// A server's settings: names, numbers, addresses, paths and an occasional sentence, 3 to 80 bytes. Nothing that one of
 // the parsers would read in its own way: no ";", ":" or "\" and no tab.
 constexpr const char* kKeys[kKeysPerSection] = {
     "enabled",       "listen_address",  "listen_port", "document_root", "access_log",
