@@ -2,14 +2,15 @@
  * @file inifile.h
  * @brief Reading and writing profile ("INI") texts, in files and in memory.
  *
- * A text is a sequence of lines, each cut at its first carriage return. "[name]" in the first column starts a section; ";"
- * and "#" in the first column start a comment; any other line is an entry "key = value", with blanks trimmed from both
- * ends of key and value. Lines before the first header belong to the section "". Section and key names compare without
- * regard to ASCII case, and the first match in the text wins. A line holds at most 4095 bytes (a last line without its
- * line feed 4094: it is cut); a longer line fails with `EINVAL`, and so does a "[" without "]".
+ * A text is a sequence of lines, each cut at its first carriage return. "[name]" in the first column starts a section;
+ * ";" and "#" in the first column start a comment; any other line is an entry "key = value", with blanks trimmed from
+ * both ends of key and value. Lines before the first header belong to the section "". Section and key names compare
+ * without regard to ASCII case, and the first match in the text wins. A line holds at most 4095 bytes (a last line
+ * without its line feed 4094: it is cut); a longer line fails with `EINVAL`, and so does a "[" without "]".
  *
  * Every operation exists twice: on a file, and as `_Mem` on a text. The file variants read the whole file as
- * ZKQGeneral_GetFileContent() does and rewrite it in place, without a lock and not atomically. They keep blank lines; the
+ * ZKQGeneral_GetFileContent() does and rewrite it in place, without a lock and not atomically. They keep blank lines;
+ * the
  * `_Mem` variants drop them. A null section name counts as "" in the `_Mem` variants and fails in the file variants.
  */
 #ifndef ZKQ_GENERAL_INIFILE_H
@@ -53,8 +54,8 @@ ZKQ_API DWORD ZKQGeneral_GetPrivateProfileString_Mem(LPCTSTR lpAppName, LPCTSTR 
  * @param lpKeyName   The key.
  * @param nDefault    Returned when there is no value or an empty one.
  * @param lpFileName  The file.
- * @return The leading decimal number of the value as strtol() reads it (0 if there is none, so "0x10" gives 0), cut to 32
- *         bits; a negative number comes back as its unsigned pattern.
+ * @return The leading decimal number of the value as strtol() reads it (0 if there is none, so "0x10" gives 0), cut to
+ * 32 bits; a negative number comes back as its unsigned pattern.
  */
 ZKQ_API UINT ZKQGeneral_GetPrivateProfileInt(LPCTSTR lpAppName, LPCTSTR lpKeyName, INT nDefault, LPCTSTR lpFileName);
 
@@ -91,8 +92,8 @@ ZKQ_API BOOL ZKQGeneral_WritePrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpK
  * @param lpAppName  The section; null counts as "".
  * @param lpKeyName  The key.
  * @param lpString   The value; null deletes the key.
- * @param OutBuffer  Receives the new text, released with ZKQGeneral_FreeMallocBuffer(). After a failure it holds what had
- *                   been written so far, to be released all the same, or null.
+ * @param OutBuffer  Receives the new text, released with ZKQGeneral_FreeMallocBuffer(). After a failure it holds what
+ * had been written so far, to be released all the same, or null.
  * @param OutLength  Receives the length of the new text with its NUL; not set after a failure.
  * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM` when memory, or the room allowed for the new text (the old
  *         text, the names, the value and 64 bytes), ran out.
@@ -115,16 +116,16 @@ ZKQ_API BOOL ZKQGeneral_DeletePrivateProfileSection(LPCTSTR lpAppName, LPCTSTR l
  * @param OutBuffer  Receives the new text, released with ZKQGeneral_FreeMallocBuffer(); see
  *                   ZKQGeneral_WritePrivateProfileString_Mem() about failures.
  * @param OutLength  Receives the length of the new text with its NUL; not set after a failure.
- * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM`: the room allowed is that of the old text less two bytes, so a
- *         text from which too little is deleted fails.
+ * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM`: the room allowed is that of the old text less two bytes,
+ * so a text from which too little is deleted fails.
  */
 ZKQ_API BOOL ZKQGeneral_DeletePrivateProfileSection_Mem(LPCTSTR lpAppName, const char* IniBuffer, char** OutBuffer,
                                                         int* OutLength);
 
 /**
  * @brief Lists the section names of a profile file, as often as they occur.
- * @param lpszReturnBuffer  Receives NUL-terminated names one after another and a final NUL. A name that does not fit is cut
- *                          and ends the list. After a header without "]" the list has no final NUL.
+ * @param lpszReturnBuffer  Receives NUL-terminated names one after another and a final NUL. A name that does not fit is
+ * cut and ends the list. After a header without "]" the list has no final NUL.
  * @param nSize             Size of `lpszReturnBuffer` in bytes; 0 writes nothing.
  * @param lpFileName        The file; one that cannot be read gives an empty list.
  * @return The bytes used without the final NUL; 0 with the reason.
@@ -143,8 +144,8 @@ ZKQ_API DWORD ZKQGeneral_GetPrivateProfileSectionNames_Mem(LPTSTR lpszReturnBuff
 /**
  * @brief Lists the keys of a section of a profile file, as often as they occur. Comments and blank lines are skipped.
  * @param lpAppName         The section.
- * @param lpszReturnBuffer  Receives the list, in the form of ZKQGeneral_GetPrivateProfileSectionNames(); left alone when
- *                          the file cannot be read.
+ * @param lpszReturnBuffer  Receives the list, in the form of ZKQGeneral_GetPrivateProfileSectionNames(); left alone
+ * when the file cannot be read.
  * @param nSize             Size of `lpszReturnBuffer` in bytes; 0 writes nothing.
  * @param IniFile           The file.
  * @return The bytes used without the final NUL; 0 with the reason.

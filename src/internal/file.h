@@ -1,0 +1,20 @@
+// File operations that other families build on. They return 0 or an errno value and leave the error text alone.
+#pragma once
+
+#include <ZKQ_general/file.h>
+#include <stddef.h>
+#include <sys/types.h>
+
+#include <string_view>
+
+#include "guards.h"
+
+/// Opens a file without waiting for the other end of a FIFO. The descriptor, or -1 with errno.
+int OpenNoWait(const char* path, int flags, mode_t mode = 0);
+/// As OpenNoWait(), for writing; what is written then waits for room as usual.
+int OpenForWriting(const char* path, int flags);
+/// Writes all bytes; 0 or an errno value.
+int WriteAll(int fd, std::string_view bytes);
+
+/// ZKQGeneral_GetFileContent() without the error text.
+int FileContent(const char* FileName, unsigned char** Buffer, int* Size);
