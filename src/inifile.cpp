@@ -61,8 +61,12 @@ BOOL RewriteFile(LPCTSTR fileName, ProfileFilter filter, const ProfileEdit& edit
 {
     ProfileFile file;
     struct stat status;
-    if (lstat(fileName, &status) == 0 && !file.Load(fileName))
-        return FALSE;
+    if (lstat(fileName, &status) == 0) {
+        if (!file.Load(fileName))
+            return FALSE;
+    } else if (errno != ENOENT) {
+        return FailWithErrno(); // it may well be there: nothing must be lost
+    }
     ProfileOutput output = ProfileOutput::ToFile(file.Text().size() + edit.section.size() + edit.key.size() +
                                                  OrEmpty(edit.value).size() + kWriteMargin);
     if (!output.IsReady())

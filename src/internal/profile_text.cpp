@@ -15,8 +15,8 @@ constexpr std::string_view kAssign = " = ";
 
 const char* FindOrEnd(const char* begin, const char* end, char c)
 {
-    const void* found = memchr(begin, c, static_cast<size_t>(end - begin));
-    return found == nullptr ? end : static_cast<const char*>(found);
+    const std::string_view text(begin, static_cast<size_t>(end - begin));
+    return begin + std::min(text.find(c), text.size());
 }
 
 void Classify(ProfileLine* line)

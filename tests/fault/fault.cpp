@@ -1,0 +1,163 @@
+#include "fault.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <string_view>
+
+namespace {
+
+std::string armedFunction;
+int armedCall;
+int calls;
+bool hit;
+fault::Failure armedFailure;
+
+/// Counts a call of the armed function; true if it is the one to fail, with errno set.
+bool Fails(std::string_view function)
+{
+    if (armedFunction.empty() || function != armedFunction || (++calls != armedCall && armedCall != 0))
+        return false;
+    hit = true;
+    if (!armedFailure.isShort)
+        errno = armedFailure.error;
+    return true;
+}
+
+/// As Fails(), for calls that move bytes: a short one goes on with half of them.
+bool FailsBytes(std::string_view function, size_t* size)
+{
+    if (!Fails(function))
+        return false;
+    if (armedFailure.isShort)
+        *size = (*size + 1) / 2;
+    return !armedFailure.isShort;
+}
+
+} // namespace
+
+const std::vector<std::string>& fault::Functions()
+{
+    static const std::vector<std::string> functions = {
+        "malloc", "calloc",    "realloc", "strndup", "open",   "openat",          "read",  "write",
+        "writev", "lstat",     "fstat",   "stat",    "mkdir",  "copy_file_range", "rmdir", "unlinkat",
+        "fdopen", "ftruncate", "symlink", "getcwd",  "fwrite", "fdopendir",       "flock", "readlink",
+        "close",  "fcntl",     "fchmod",  "unlink",  "statx",  "readdir",         "lseek"};
+    return functions;
+}
+
+void fault::Arm(const std::string& function, int call, Failure failure)
+{
+    armedFunction = function;
+    armedCall = call;
+    armedFailure = failure;
+    calls = 0;
+    hit = false;
+}
+
+bool fault::Disarm()
+{
+    armedFunction.clear();
+    return hit;
+}
+
+// The replacements. A pointer result fails with null, any other with -1.
+
+#define WRAP(Type, failed, name, parameters, arguments)                                                                \
+    extern "C" Type __real_##name parameters;                                                                          \
+    extern "C" Type __wrap_##name parameters;                                                                          \
+    Type __wrap_##name parameters                                                                                      \
+    {                                                                                                                  \
+        return Fails(#name) ? failed : __real_##name arguments;                                                        \
+    }
+
+#define WRAP_BYTES(name, chk_name, parameters, size, arguments)                                                        \
+    extern "C" ssize_t __real_##chk_name parameters;                                                                   \
+    extern "C" ssize_t __wrap_##chk_name parameters;                                                                   \
+    ssize_t __wrap_##chk_name parameters                                                                               \
+    {                                                                                                                  \
+        return FailsBytes(#name, &size) ? -1 : __real_##chk_name arguments;                                            \
+    }
+
+WRAP(void*, nullptr, malloc, (size_t size), (size))
+WRAP(void*, nullptr, calloc, (size_t count, size_t size), (count, size))
+WRAP(void*, nullptr, realloc, (void* block, size_t size), (block, size))
+WRAP(char*, nullptr, strndup, (const char* text, size_t size), (text, size))
+WRAP(int, -1, lstat, (const char* path, struct stat* status), (path, status))
+WRAP(int, -1, stat, (const char* path, struct stat* status), (path, status))
+WRAP(int, -1, fstat, (int fd, struct stat* status), (fd, status))
+WRAP(int, -1, mkdir, (const char* path, mode_t mode), (path, mode))
+WRAP(int, -1, rmdir, (const char* path), (path))
+WRAP(int, -1, unlink, (const char* path), (path))
+WRAP(int, -1, unlinkat, (int fd, const char* path, int flags), (fd, path, flags))
+WRAP(FILE*, nullptr, fdopen, (int fd, const char* mode), (fd, mode))
+WRAP(DIR*, nullptr, fdopendir, (int fd), (fd))
+WRAP(dirent*, nullptr, readdir, (DIR * directory), (directory))
+WRAP(int, -1, ftruncate, (int fd, off_t length), (fd, length))
+WRAP(int, -1, symlink, (const char* target, const char* path), (target, path))
+WRAP(char*, nullptr, getcwd, (char* buffer, size_t size), (buffer, size))
+WRAP(int, -1, flock, (int fd, int operation), (fd, operation))
+WRAP(int, -1, fchmod, (int fd, mode_t mode), (fd, mode))
+WRAP(off_t, -1, lseek, (int fd, off_t offset, int whence), (fd, offset, whence))
+WRAP(ssize_t, -1, readlink, (const char* path, char* buffer, size_t size), (path, buffer, size))
+WRAP(int, -1, statx, (int fd, const char* path, int flags, unsigned mask, struct statx* status),
+     (fd, path, flags, mask, status))
+WRAP(size_t, 0, fwrite, (const void* data, size_t size, size_t count, FILE* file), (data, size, count, file))
+
+WRAP_BYTES(read, read, (int fd, void* data, size_t size), size, (fd, data, size))
+WRAP_BYTES(read, __read_chk, (int fd, void* data, size_t size, size_t room), size, (fd, data, size, room))
+WRAP_BYTES(write, write, (int fd, const void* data, size_t size), size, (fd, data, size))
+WRAP_BYTES(copy_file_range, copy_file_range,
+           (int from, off_t* fromOffset, int to, off_t* toOffset, size_t size, unsigned flags), size,
+           (from, fromOffset, to, toOffset, size, flags))
+
+extern "C" ssize_t __real_writev(int fd, const iovec* vector, int count);
+extern "C" ssize_t __wrap_writev(int fd, const iovec* vector, int count);
+ssize_t __wrap_writev(int fd, const iovec* vector, int count)
+{
+    size_t first = vector[0].iov_len;
+    if (!Fails("writev"))
+        return __real_writev(fd, vector, count);
+    if (!armedFailure.isShort)
+        return -1;
+    first = (first + 1) / 2;
+    return ::write(fd, vector[0].iov_base, first);
+}
+
+/// A failing close() closes all the same, as the system's does.
+extern "C" int __real_close(int fd);
+extern "C" int __wrap_close(int fd);
+int __wrap_close(int fd)
+{
+    const bool fails = Fails("close");
+    const int result = __real_close(fd);
+    return fails ? (errno = armedFailure.error, -1) : result;
+}
+
+extern "C" int __real_open(const char* path, int flags, ...);
+extern "C" int __wrap_open(const char* path, int flags, mode_t mode);
+int __wrap_open(const char* path, int flags, mode_t mode)
+{
+    return Fails("open") ? -1 : __real_open(path, flags, mode);
+}
+
+extern "C" int __real_openat(int fd, const char* path, int flags, ...);
+extern "C" int __wrap_openat(int fd, const char* path, int flags, mode_t mode);
+int __wrap_openat(int fd, const char* path, int flags, mode_t mode)
+{
+    return Fails("openat") ? -1 : __real_openat(fd, path, flags, mode);
+}
+
+extern "C" int __real_fcntl(int fd, int command, ...);
+extern "C" int __wrap_fcntl(int fd, int command, long argument);
+int __wrap_fcntl(int fd, int command, long argument)
+{
+    return Fails("fcntl") ? -1 : __real_fcntl(fd, command, argument);
+}

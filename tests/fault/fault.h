@@ -1,0 +1,23 @@
+// Makes chosen calls of the library into the C library fail. The linker routes them here (--wrap), in every build.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace fault {
+
+/// What the hit call does instead of its work.
+struct Failure {
+    int error = 0;        ///< fails with this errno
+    bool isShort = false; ///< reads and writes do half of their bytes instead of failing
+};
+
+/// The functions that can be made to fail.
+const std::vector<std::string>& Functions();
+
+/// From now on the call number `call` (from 1) of `function` fails; every call with 0.
+void Arm(const std::string& function, int call, Failure failure);
+/// Ends it; true if a call was hit.
+bool Disarm();
+
+} // namespace fault

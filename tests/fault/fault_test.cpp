@@ -1,0 +1,418 @@
+// Failing systems: each call into the system that an operation makes is made to fail in turn, until it makes no more.
+// Every failure is reported, nothing leaks, and nothing is lost that need not be.
+#include "fault.h"
+
+#include <ZKQ_general.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+
+#include "../support/error_text.h"
+#include "../support/log_context.h"
+
+namespace {
+
+using support::LogDir;
+using support::ReadFile;
+using support::WriteFile;
+
+int OpenDescriptors()
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
+    int count = 0;
+    while (readdir(directory.get()) != nullptr)
+        ++count;
+    return count;
+}
+
+/// An operation, made ready anew for each run.
+struct Scenario {
+    const char* name;
+    std::function<void(const LogDir&)> prepare;
+    std::function<bool(const LogDir&)> run;
+    /// Functions whose failure the operation gets over, and may then succeed.
+    std::vector<std::string> tolerated;
+    /// It fails without a text of its own when these fail.
+    std::vector<std::string> silent;
+};
+
+bool Has(const std::vector<std::string>& list, const std::string& name)
+{
+    return std::find(list.begin(), list.end(), name) != list.end();
+}
+
+class Sweep : public testing::TestWithParam<Scenario> {};
+
+TEST_P(Sweep, EveryFailureIsReportedAndNothingLeaks)
+{
+    const Scenario& scenario = GetParam();
+    int hits = 0;
+    for (const std::string& function : fault::Functions()) {
+        for (int call = 1;; ++call) {
+            const LogDir dir;
+            scenario.prepare(dir);
+            support::MarkErrorText();
+            const int before = OpenDescriptors();
+            fault::Arm(function, call, {ENOSYS, false});
+            const bool succeeded = scenario.run(dir);
+            const bool hit = fault::Disarm();
+            EXPECT_EQ(OpenDescriptors(), before) << function << " call " << call;
+            if (!hit) {
+                EXPECT_TRUE(succeeded);
+                break;
+            }
+            ++hits;
+            EXPECT_TRUE(!succeeded || Has(scenario.tolerated, function)) << function << " call " << call;
+            if (!succeeded && !Has(scenario.silent, function)) {
+                EXPECT_FALSE(support::ErrorTextIsMarked()) << function << " call " << call;
+            }
+        }
+    }
+    EXPECT_GT(hits, 0);
+}
+
+char* Mutable(std::string& text)
+{
+    return text.data();
+}
+
+void Profile(const LogDir& dir)
+{
+    WriteFile(dir.File("p.ini"), "[S]\nk = v\n[T]\nx = y\n");
+}
+
+void Source(const LogDir& dir)
+{
+    WriteFile(dir.File("src"), std::string(100000, 's'));
+}
+
+bool ReadAll(const LogDir& dir)
+{
+    unsigned char* content = nullptr;
+    int size = 0;
+    const BOOL read = ZKQGeneral_GetFileContent(dir.File("src").c_str(), &content, &size);
+    EXPECT_EQ(content != nullptr, read == TRUE);
+    ZKQGeneral_FreeMallocBuffer(content);
+    return read;
+}
+
+bool WriteKey(const LogDir& dir)
+{
+    const std::string value(500, 'w');
+    const bool written = ZKQGeneral_WritePrivateProfileString("S", "n", value.c_str(), dir.File("p.ini").c_str());
+    const std::string text = ReadFile(dir.File("p.ini"));
+    EXPECT_TRUE(!written || text == "[S]\nk = v\nn = " + value + "\n[T]\nx = y\n");
+    return written;
+}
+
+/// Many sections of a name: the text grows beyond what was first reserved.
+void Repeated(const LogDir& dir)
+{
+    std::string text;
+    for (int i = 0; i < 50; ++i)
+        text += "[S]\nn=1\n";
+    WriteFile(dir.File("p.ini"), text);
+}
+
+bool WriteRepeated(const LogDir& dir)
+{
+    const std::string before = ReadFile(dir.File("p.ini"));
+    const bool written =
+        ZKQGeneral_WritePrivateProfileString("S", "n", std::string(100, 'w').c_str(), dir.File("p.ini").c_str());
+    if (!written && support::ErrorText() == strerror(ENOMEM)) {
+        EXPECT_EQ(ReadFile(dir.File("p.ini")), before) << "lost without need";
+    }
+    return written;
+}
+
+bool WriteKeyInMemory(const LogDir&)
+{
+    char* output = nullptr;
+    int length = -1;
+    const BOOL written = ZKQGeneral_WritePrivateProfileString_Mem("[S]\nk=1\n", "S", "k", "2", &output, &length);
+    EXPECT_EQ(written == TRUE, length == 11);
+    ZKQGeneral_FreeMallocBuffer(output);
+    return written;
+}
+
+bool ReadKey(const LogDir& dir)
+{
+    char value[10];
+    return ZKQGeneral_GetPrivateProfileString("S", "k", "default", value, sizeof value, dir.File("p.ini").c_str()) == 1;
+}
+
+bool Split(const LogDir&)
+{
+    int count = -1;
+    char** tokens = ZKQGeneral_ParseLineInfo("a,b,c", ",", &count);
+    EXPECT_EQ(count, tokens == nullptr ? 0 : 3);
+    const bool complete = tokens != nullptr && tokens[0] != nullptr && tokens[1] != nullptr && tokens[2] != nullptr;
+    ZKQGeneral_FreeParseLineInfoBuffer(tokens, count);
+    return complete;
+}
+
+bool Collect(const LogDir&)
+{
+    void* object = ZKQGeneral_MEM_malloc(16);
+    unsigned char data[100] = "data";
+    bool complete = object != nullptr && ZKQGeneral_MEM_Write(object, data, 10) == 10;
+    // Twice what is needed may fail as long as what is needed can be had.
+    complete = complete && ZKQGeneral_MEM_Write(object, data, 100) == 100;
+    unsigned char* taken = nullptr;
+    int size = -1;
+    ZKQGeneral_MEM_Detach(object, &taken, &size);
+    EXPECT_TRUE(!complete || (size == 110 && memcmp(taken, data, 10) == 0 && memcmp(taken + 10, data, 100) == 0));
+    ZKQGeneral_FreeMallocBuffer(taken);
+    ZKQGeneral_MEM_free(object);
+    return complete;
+}
+
+bool MakeContext(const LogDir& dir)
+{
+    support::AppInfo info(dir, 2);
+    void* ctx = nullptr;
+    const BOOL made = ZKQGeneral_IsNeedLogFile(&info, &ctx);
+    EXPECT_EQ(ctx != nullptr, made == TRUE);
+    ZKQGeneral_FreeLogCtx(ctx);
+    return made;
+}
+
+void AllOn(const LogDir& dir)
+{
+    dir.Switch("server", 15);
+    dir.Switch("allapp", 15);
+    dir.Switch("allapp2", 15);
+}
+
+/// Records of each kind; what a log cannot take is lost in silence, and only the last log tells.
+bool WriteRecords(const LogDir& dir)
+{
+    support::AppInfo info(dir, 2);
+    info.MaxFileLength = 1000000;
+    void* ctx = nullptr;
+    if (!ZKQGeneral_IsNeedLogFile(&info, &ctx))
+        return false;
+    bool written = ZKQGeneral_RecordLogInfoEx(ctx, 8, "a.c", 1, "text");
+    written &= ZKQGeneral_RecordLogInfoEx(ctx, 8, "a.c", 1, std::string(5000, 'l').c_str()) != 0;
+    written &= ZKQGeneral_RecordAppLogToFileEx_V(ctx, 8, const_cast<char*>("%d"), 1) != 0;
+    written &= ZKQGeneral_RecordBinaryLogInfo(ctx, nullptr, 0, "dump") != 0;
+    ZKQGeneral_FreeLogCtx(ctx);
+    return written;
+}
+
+const std::vector<std::string> kEverything = fault::Functions();
+
+INSTANTIATE_TEST_SUITE_P(
+    Operations, Sweep,
+    testing::Values(
+        Scenario{"exists",
+                 Source,
+                 [](const LogDir& d) { return ZKQGeneral_IsFileExist(d.File("src").c_str()) != 0; },
+                 {},
+                 {}},
+        Scenario{"temp_file",
+                 [](const LogDir&) {},
+                 [](const LogDir&) {
+                     char name[300] = "";
+                     const BOOL made = ZKQGeneral_MyCreateTempFile(name, "zkq", sizeof name);
+                     EXPECT_EQ(made == TRUE, remove(name) == 0);
+                     return made != 0;
+                 },
+                 {"close", "unlink"},
+                 {}},
+        Scenario{"make_directories",
+                 [](const LogDir&) {},
+                 [](const LogDir& d) { return ZKQGeneral_CreateMultiLevelDirectory(d.File("a/b/c").c_str()) != 0; },
+                 // What cannot be looked at is made, and mkdir() has the last word.
+                 {"lstat"},
+                 {}},
+        Scenario{"short_cut",
+                 Source,
+                 [](const LogDir& d) { return ZKQGeneral_CreateShortCut("src", nullptr, d.File("link").c_str()) != 0; },
+                 {"unlink"},
+                 {}},
+        Scenario{"delete_tree",
+                 [](const LogDir& d) {
+                     ZKQGeneral_CreateMultiLevelDirectory(d.File("t/a/b").c_str());
+                     WriteFile(d.File("t/a/f"), "x");
+                 },
+                 [](const LogDir& d) {
+                     std::string name = d.File("t");
+                     const BOOL deleted = ZKQGeneral_MyDeleteDirectory(Mutable(name));
+                     return deleted && access(name.c_str(), F_OK) != 0;
+                 },
+                 // Without a look at the root it cannot be told apart, but it would not be removable either.
+                 {"fstat", "stat", "close"},
+                 {"lstat"}},
+        Scenario{"copy",
+                 Source,
+                 [](const LogDir& d) {
+                     const BOOL copied = ZKQGeneral_CopyFile(d.File("src").c_str(), d.File("dst").c_str(), FALSE);
+                     EXPECT_TRUE(!copied || ReadFile(d.File("src")) == ReadFile(d.File("dst")));
+                     return copied != 0;
+                 },
+                 {"copy_file_range", "close", "fchmod", "fstat"},
+                 {"read", "write"}},
+        Scenario{"read_file", Source, ReadAll, {"close"}, {}},
+        Scenario{"write_file",
+                 [](const LogDir&) {},
+                 [](const LogDir& d) {
+                     const std::string data(10000, 'd');
+                     const BOOL written = ZKQGeneral_SetFileContent(
+                         d.File("f").c_str(), reinterpret_cast<const unsigned char*>(data.data()), 10000);
+                     EXPECT_TRUE(!written || ReadFile(d.File("f")) == data);
+                     return written != 0;
+                 },
+                 {"fstat"},
+                 {}},
+        Scenario{"executable_path",
+                 [](const LogDir&) {},
+                 [](const LogDir&) {
+                     char path[300];
+                     return ZKQGeneral_GetModuleFileName(nullptr, path, sizeof path) > 0;
+                 },
+                 {},
+                 {}},
+        Scenario{"mapped_path",
+                 [](const LogDir&) {},
+                 [](const LogDir&) {
+                     char path[300];
+                     return ZKQGeneral_GetModuleFileName2("fault_test", path) != 0;
+                 },
+                 {"close"},
+                 {}},
+        Scenario{"profile_read", Profile, ReadKey, {"close"}, {}},
+        Scenario{"profile_write", Profile, WriteKey, {"close", "fstat"}, {}},
+        Scenario{"profile_write_repeated", Repeated, WriteRepeated, {"close", "fstat"}, {}},
+        Scenario{"profile_write_in_memory", [](const LogDir&) {}, WriteKeyInMemory, {}, {}},
+        Scenario{"split", [](const LogDir&) {}, Split, {}, {"strndup"}},
+        Scenario{"collect", [](const LogDir&) {}, Collect, {"calloc"}, kEverything},
+        Scenario{"log_context",
+                 AllOn,
+                 MakeContext,
+                 {"malloc", "open", "read", "lstat", "fstat", "readlink", "fchmod", "close"},
+                 {}},
+        Scenario{"log_records", AllOn, WriteRecords, kEverything, kEverything},
+        Scenario{"append_line",
+                 [](const LogDir&) {},
+                 [](const LogDir& d) {
+                     return ZKQGeneral_RecordLogToFile_V(d.File("l").c_str(), const_cast<char*>("%d"), 5) != 0;
+                 },
+                 {"fstat"},
+                 {}}),
+    [](const auto& row) { return row.param.name; });
+
+/// Runs a scenario with every call of a function interrupted once, or moving only half of its bytes.
+class Retry : public testing::TestWithParam<const char*> {};
+
+TEST_P(Retry, InterruptedAndShortCallsGoOn)
+{
+    const std::string function = GetParam();
+    const bool movesBytes = function == "read" || function == "write" || function == "writev";
+    for (const bool isShort : {false, true}) {
+        if (isShort && !movesBytes)
+            continue;
+        for (int call = 1; call < 12; ++call) {
+            const LogDir dir;
+            Source(dir);
+            Profile(dir);
+            AllOn(dir);
+            support::AppInfo info(dir, 2);
+            const support::LogContext ctx(info);
+            const std::string longText(5000, 'l');
+            fault::Arm(function, call, {EINTR, isShort});
+            EXPECT_TRUE(ReadAll(dir));
+            EXPECT_TRUE(WriteKey(dir));
+            EXPECT_TRUE(ZKQGeneral_RecordLogInfoEx(ctx.Get(), 8, "a.c", 1, "text"));
+            EXPECT_TRUE(ZKQGeneral_RecordLogInfoEx(ctx.Get(), 8, "a.c", 1, longText.c_str()));
+            EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(dir.File("l").c_str(), const_cast<char*>("%d"), 5));
+            fault::Disarm();
+            EXPECT_EQ(ReadFile(dir.OwnLog()), "[Error] text - a.c,1\n[Error] " + longText + " - a.c,1\n");
+            EXPECT_EQ(ReadFile(dir.File("l")), "5\n");
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, Retry, testing::Values("open", "read", "write", "writev", "flock"),
+                         [](const auto& row) { return row.param; });
+
+TEST(Copy, BlocksTakeOverWhereTheKernelDoesNotCopy)
+{
+    const LogDir dir;
+    const std::string content(200001, 'c');
+    WriteFile(dir.File("src"), content);
+    fault::Arm("copy_file_range", 0, {EXDEV, false});
+    EXPECT_TRUE(ZKQGeneral_CopyFile(dir.File("src").c_str(), dir.File("dst").c_str(), FALSE));
+    EXPECT_TRUE(fault::Disarm());
+    EXPECT_EQ(ReadFile(dir.File("dst")), content);
+}
+
+TEST(Copy, AFullDiskEndsItWithoutANewText)
+{
+    const LogDir dir;
+    WriteFile(dir.File("src"), std::string(200001, 'c'));
+    support::MarkErrorText();
+    fault::Arm("copy_file_range", 0, {ENOSPC, false});
+    const LogDir other;
+    EXPECT_TRUE(ZKQGeneral_CopyFile(dir.File("src").c_str(), dir.File("dst").c_str(), FALSE));
+    fault::Disarm();
+    fault::Arm("write", 0, {ENOSPC, false});
+    EXPECT_FALSE(ZKQGeneral_CopyFile(dir.File("src").c_str(), "/dev/full", FALSE));
+    fault::Disarm();
+    EXPECT_TRUE(support::ErrorTextIsMarked());
+}
+
+TEST(MemoryObject, WhoseRoomCannotBeHadIsIgnoredByEveryOperation)
+{
+    fault::Arm("malloc", 1, {ENOMEM, false});
+    void* object = ZKQGeneral_MEM_malloc(100);
+    EXPECT_TRUE(fault::Disarm());
+    ASSERT_NE(object, nullptr);
+    unsigned char byte = 'x';
+    unsigned char* data = &byte;
+    int size = 42;
+    EXPECT_EQ(ZKQGeneral_MEM_Write(object, &byte, 1), 0);
+    EXPECT_EQ(ZKQGeneral_MEM_Read(object, &byte, 1), 0);
+    EXPECT_EQ(ZKQGeneral_MEM_Detach(object, &data, &size), 0);
+    EXPECT_EQ(data, &byte);
+    EXPECT_EQ(size, 42);
+    ZKQGeneral_MEM_free(object);
+    ZKQGeneral_MEM_free(object);
+}
+
+TEST(Splitter, LeavesATokenNullThatCannotBeCopied)
+{
+    fault::Arm("strndup", 2, {ENOMEM, false});
+    int count = 0;
+    char** tokens = ZKQGeneral_ParseLineInfo("a,b,c", ",", &count);
+    EXPECT_TRUE(fault::Disarm());
+    ASSERT_NE(tokens, nullptr);
+    EXPECT_EQ(count, 3);
+    EXPECT_STREQ(tokens[0], "a");
+    EXPECT_EQ(tokens[1], nullptr);
+    EXPECT_STREQ(tokens[2], "c");
+    EXPECT_EQ(tokens[3], nullptr);
+    ZKQGeneral_FreeParseLineInfoBuffer(tokens, count);
+}
+
+TEST(TempFile, SaysThatItCannotBeMade)
+{
+    char name[300];
+    fault::Arm("open", 1, {EACCES, false});
+    EXPECT_FALSE(ZKQGeneral_MyCreateTempFile(name, "zkq", sizeof name));
+    fault::Disarm();
+    EXPECT_EQ(support::ErrorText(), "Cann't create a unique tmpfile!");
+    fault::Arm("open", 0, {EEXIST, false});
+    EXPECT_FALSE(ZKQGeneral_MyCreateTempFile(name, "zkq", sizeof name)) << "after the last of its attempts";
+    fault::Disarm();
+    fault::Arm("open", 1, {EEXIST, false});
+    EXPECT_TRUE(ZKQGeneral_MyCreateTempFile(name, "zkq", sizeof name)) << "a name that is taken is passed over";
+    fault::Disarm();
+    EXPECT_EQ(unlink(name), 0);
+}
+
+} // namespace

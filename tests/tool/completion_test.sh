@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# shellcheck source-path=SCRIPTDIR source=support.sh
+source "$(dirname "$0")/support.sh"
+# shellcheck source=../../tools/zkq/completion/zkq.bash
+source "$ZKQ_SOURCE/tools/zkq/completion/zkq.bash"
+
+# Completes the last of the given words after "zkq", as bash would, and compares what is offered.
+offers() {
+    local expected=$1
+    shift
+    COMP_WORDS=("$ZKQ" "$@")
+    COMP_CWORD=$#
+    COMPREPLY=()
+    _zkq || true # the status of a completion means nothing
+    expect_equal "$(printf '%s\n' "${COMPREPLY[@]}" | sort | xargs -d '\n')" "$expected"
+}
+
+# The subcommands and long options that --help of a command lists.
+from_help() {
+    "$ZKQ" "$@" --help | awk '/^Subcommands:/ {sub_list = 1} sub_list && /^  [a-z]/ {print $1}
+        /^  -/ {n = split($1, names, ","); print names[n]}' | sort | xargs -d '\n'
+}
+
+# The script knows every command and option that there is, and no other.
+COMP_WORDS=()
+offers "$(from_help)" ''
+for group in ini log file; do
+    offers "$(from_help "$group")" "$group" ''
+    for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
+        offers "$(from_help "$group" "$command")" "$group" "$command" -
+    done
+done
+offers 'ini' i
+offers 'sections set' ini se
+
+# Sections and keys come from the file.
+printf '%s\n' '[Server]' 'Port=1' 'Path=/x' '[Second part]' 'k=a b' >'my file.ini'
+touch other.txt
+mkdir logs
+offers 'my file.ini' ini get m
+offers 'Second\ part Server' ini get my\\\ file.ini ''
+offers 'Server' ini get '"my file.ini"' Ser
+offers 'Second\ part' ini del my\\\ file.ini "'Second p"
+offers 'Path Port' ini get my\\\ file.ini Server P
+offers 'Path' ini get --default x my\\\ file.ini Server Pa
+offers 'k' ini set my\\\ file.ini Second\\\ part ''
+offers 'a\ b' ini set my\\\ file.ini Second\\\ part k ''
+offers '' ini get my\\\ file.ini Server Port ''
+offers '' ini sections my\\\ file.ini ''
+offers '' ini keys my\\\ file.ini Server ''
+offers '' ini get none.ini ''
+offers '' ini get --default ''
+
+# Logs.
+offers 'other.txt' log tail -f -n 5 o
+printf '[applog]\ndemo=1\n' >logs/tamor.ini
+offers 'allapp allapp2 demo' log level --dir logs ''
+offers 'demo' log level --dir logs d
+offers 'allapp allapp2' log level ''
+offers 'all debug error info off warn' log level demo ''
+offers 'debug' log write --level d
+offers 'logs' log write --dir l
+offers '' log write --project ''
+
+# Files and directories.
+offers 'other.txt' file copy o
+offers 'other.txt' file copy --no-clobber other.txt o
+offers '' file copy other.txt other.txt ''
+offers 'logs' file mkdirs l
+offers 'logs' file rmtree --yes l
+offers '' file temp ''
+offers '' nothing ''
+offers '' nothing at all ''
+
+expect_equal "$(complete -p zkq)" 'complete -F _zkq zkq'

@@ -1,0 +1,85 @@
+# shellcheck shell=bash
+# What the scripts share: a directory to work in, a way to run the tool, and expectations that print both sides.
+set -euo pipefail
+
+work=$(mktemp -d "$TEST_TMP/test.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+status=0
+
+# Runs the tool; its status is left in "status", its output in the files "out" and "err".
+run() {
+    status=0
+    "$ZKQ" "$@" >out 2>err </dev/null || status=$?
+}
+
+# Runs the tool where no file may grow, as on a full disk. What it says goes through a pipe, which may.
+run_on_full_disk() {
+    local said
+    status=0
+    said=$(trap '' XFSZ && ulimit -f 0 && "$ZKQ" "$@" 2>&1) || status=$?
+    : >out
+    printf '%s\n' "$said" >err
+}
+
+fail() {
+    printf '%s\n' "${BASH_SOURCE[-1]}:${BASH_LINENO[-2]}: $1" >&2
+    printf '  status %s\n' "$status" >&2
+    [[ ! -s out ]] || head -n 20 out | cut -c 1-200 | sed 's/^/  out: /' >&2
+    [[ ! -s err ]] || head -n 20 err | cut -c 1-200 | sed 's/^/  err: /' >&2
+    exit 1
+}
+
+expect_equal() {
+    [[ $1 == "$2" ]] || fail "expected: $2"$'\n'"  actual:   $1"
+}
+
+# The last run ended well and printed exactly these lines.
+expect_output() {
+    expect_equal "$status" 0
+    expect_equal "$(cat out)" "$(printf '%s\n' "$@")"
+    expect_equal "$(cat err)" ""
+}
+
+# The last run ended well and printed nothing.
+expect_silence() {
+    expect_equal "$status$(cat out err)" 0
+}
+
+# The last run failed, printed no result and exactly this line about it.
+expect_failure() {
+    expect_equal "$status" 1
+    expect_equal "$(cat out)" ""
+    expect_equal "$(cat err)" "zkq: $1"
+}
+
+# The last run found the command line wrong, for a reason that holds this text.
+expect_usage() {
+    expect_equal "$status" 2
+    expect_equal "$(cat out)" ""
+    grep -qF -- "$1" err || fail "standard error lacks: $1"
+    grep -q '^Try "zkq.* --help"\.$' err || fail "standard error does not point to --help"
+}
+
+expect_file() {
+    cmp -- "$1" - <<<"$2" || fail "$1 holds: $(cat -- "$1")"
+}
+
+# Waits until a command succeeds, ten seconds at the most.
+wait_until() {
+    local i
+    for ((i = 0; i < 500; ++i)); do
+        ! "$@" || return 0
+        sleep 0.02
+    done
+    fail "waited in vain for: $*"
+}
+
+# Runs a command line on a terminal of its own, with the given line typed into it.
+on_terminal() {
+    local typed=$1
+    shift
+    status=0
+    script -qec "$(printf '%q ' "$@")" /dev/null <<<"$typed" >out 2>err || status=$?
+}

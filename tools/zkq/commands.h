@@ -1,0 +1,9 @@
+// The groups of commands. Each group has a file of its own that adds its commands to the parser; a new group is a new
+// file, a line here and a line in main.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+void AddIniCommands(CLI::App& app);
+void AddLogCommands(CLI::App& app);
+void AddFileCommands(CLI::App& app);

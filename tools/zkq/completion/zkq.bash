@@ -1,0 +1,119 @@
+# Completion of zkq for bash: commands, options, files, and the names that stand in profile files.
+# shellcheck shell=bash
+
+# A word of the command line without the quoting that bash leaves in it.
+_zkq_plain() {
+    local word=$1
+    word=${word#[\'\"]}
+    word=${word%[\'\"]}
+    word=${word//\\/}
+    [[ ${word:0:2} == \~/ ]] && word=$HOME/${word:2}
+    printf '%s' "$word"
+}
+
+# Offers the words given as lines on standard input that begin with the word under the cursor.
+_zkq_offer() {
+    local prefix word
+    prefix=$(_zkq_plain "${COMP_WORDS[COMP_CWORD]}")
+    while IFS= read -r word; do
+        [[ -n $word && $word == "$prefix"* ]] && COMPREPLY+=("$(printf '%q' "$word")")
+    done
+}
+
+_zkq_offer_words() {
+    _zkq_offer < <(printf '%s\n' "$@")
+}
+
+# Offers files ("-f") or directories ("-d").
+_zkq_offer_paths() {
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen "$1" -- "$(_zkq_plain "${COMP_WORDS[COMP_CWORD]}")")
+}
+
+# Offers what zkq itself lists, silently nothing if it cannot.
+_zkq_offer_listed() {
+    local program
+    program=$(_zkq_plain "${COMP_WORDS[0]}")
+    _zkq_offer < <("$program" "$@" 2>/dev/null)
+}
+
+# Sorts the words before the cursor into the array "positionals" and the log directory "dir"; options that take a value
+# swallow the next word.
+_zkq_read_words() {
+    local i word
+    for ((i = 3; i < COMP_CWORD; ++i)); do
+        word=${COMP_WORDS[i]}
+        case $word in
+            --dir)
+                ((++i))
+                dir=$(_zkq_plain "${COMP_WORDS[i]}")
+                ;;
+            --default | --project | --level | --lines | -n) ((++i)) ;;
+            -*) ;;
+            *) positionals+=("$(_zkq_plain "$word")") ;;
+        esac
+    done
+}
+
+_zkq_options() {
+    case $1 in
+        'ini get') _zkq_offer_words --default --help ;;
+        'log tail') _zkq_offer_words --lines --follow --gbk --help ;;
+        'log write') _zkq_offer_words --dir --project --level --force --help ;;
+        'log level') _zkq_offer_words --dir --help ;;
+        'file copy') _zkq_offer_words --no-clobber --help ;;
+        'file rmtree') _zkq_offer_words --yes --help ;;
+        *) _zkq_offer_words --help ;;
+    esac
+}
+
+_zkq_positional() {
+    case "$1 ${#positionals[@]}" in
+        'ini '*' 0' | 'log tail 0' | 'file copy '[01]) _zkq_offer_paths -f ;;
+        'ini sections '*) ;;
+        'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
+        'ini keys '*) ;;
+        'ini '*' 2') _zkq_offer_listed ini keys -- "${positionals[@]}" ;;
+        'ini set 3') _zkq_offer_listed ini get -- "${positionals[@]}" ;;
+        'log level 0')
+            _zkq_offer_listed ini keys -- "$dir/tamor.ini" applog
+            _zkq_offer_words allapp allapp2
+            ;;
+        'log level 1') _zkq_offer_words off all debug info warn error ;;
+        'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
+    esac
+}
+
+_zkq_command() {
+    local command=$1 dir=. positionals=()
+    _zkq_read_words
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+        --dir) _zkq_offer_paths -d ;;
+        --level) _zkq_offer_words debug info warn error ;;
+        --default | --project | --lines | -n) ;;
+        *)
+            if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
+                _zkq_options "$command"
+            else
+                _zkq_positional "$command"
+            fi
+            ;;
+    esac
+}
+
+_zkq() {
+    COMPREPLY=()
+    case $COMP_CWORD in
+        1) _zkq_offer_words ini log file --help --version ;;
+        2)
+            case ${COMP_WORDS[1]} in
+                ini) _zkq_offer_words get set del sections keys --help ;;
+                log) _zkq_offer_words tail write level --help ;;
+                file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
+            esac
+            ;;
+        *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" ;;
+    esac
+}
+
+complete -F _zkq zkq
