@@ -1,40 +1,54 @@
 #!/usr/bin/env bash
-# Builds and runs all benchmarks and prints one table of the library against its peers.
+# Builds the benchmarks, runs the named groups (default: all) and prints one table of the library against its peers.
+#
+# Groups: log, inifile, file-small, file-large, string.
 #
 # ZKQ_BENCH_REPETITIONS  how often each benchmark is run (default 15); the table shows medians
-# ZKQ_BENCH_FILTER       a regular expression of benchmark names (default: all)
 # ZKQ_BENCH_DIR          an existing directory for the files of the benchmarks (default: one in the build tree)
 # ZKQ_BENCH_JOBS         parallel jobs of the build (default: 2)
 #
-# The raw results stay in build/bench/results, one JSON file a program.
+# The raw results stay in build/bench/results, one JSON file a group.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
 readonly repetitions=${ZKQ_BENCH_REPETITIONS:-15}
-readonly filter=${ZKQ_BENCH_FILTER:-.}
 readonly build=build/bench
 readonly results=$build/results
-readonly programs=(log_bench inifile_bench file_bench string_bench)
+groups=(log inifile file-small file-large string)
+if (($# > 0)); then
+    groups=("$@")
+fi
+
+# run GROUP PROGRAM FILTER REPETITIONS
+run() {
+    echo "running $1, $4 repetitions" >&2
+    # The repetitions of all benchmarks of a group are shuffled, so that whatever else the machine does meanwhile hits the
+    # library and its peers alike.
+    if ! "$build/bench/$2" --benchmark_filter="$3" --benchmark_repetitions="$4" \
+        --benchmark_enable_random_interleaving=true --benchmark_min_time=0.05 \
+        --benchmark_out="$results/$1.json" --benchmark_out_format=json >"$results/$1.txt" 2>&1; then
+        cat "$results/$1.txt" >&2
+        return 1
+    fi
+}
 
 cmake --preset bench >&2
 cmake --build --preset bench -j "${ZKQ_BENCH_JOBS:-2}" >&2
 
+rm -rf "$results"
 mkdir -p "$results"
-rm -f "$results"/*.json
-for program in "${programs[@]}"; do
-    selected=$("$build/bench/$program" --benchmark_filter="$filter" --benchmark_list_tests 2>/dev/null)
-    if [[ -z $selected ]]; then
-        continue
-    fi
-    echo "running $program, $repetitions repetitions" >&2
-    # The repetitions of all benchmarks of a program are shuffled, so that whatever else the machine does meanwhile hits
-    # the library and its peers alike.
-    "$build/bench/$program" --benchmark_filter="$filter" --benchmark_repetitions="$repetitions" \
-        --benchmark_enable_random_interleaving=true --benchmark_min_time=0.05 \
-        --benchmark_out="$results/$program.json" --benchmark_out_format=json >"$results/$program.txt" || {
-        cat "$results/$program.txt" >&2
-        exit 1
-    }
+for group in "${groups[@]}"; do
+    case $group in
+    log | inifile | string) run "$group" "${group}_bench" . "$repetitions" ;;
+    # Small copies have many short runs, and none of a large copy between them: what the disk has left to do after that
+    # one would be all they measure.
+    file-small) run "$group" file_bench '/(4096|1048576)/' "$((5 * repetitions))" ;;
+    file-large) run "$group" file_bench '/104857600/' "$repetitions" ;;
+    *)
+        echo "$0: no such group: $group" >&2
+        exit 2
+        ;;
+    esac
 done
 
 echo "CPU: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) processors"

@@ -11,6 +11,8 @@ import sys
 NO_SLOWER = 1.05
 # What doubles with its input has exponent 1. A little more is the price of leaving the caches, and peers pay it too.
 LINEAR = 1.15
+# With a larger spread than this a verdict is a guess, and is marked as one.
+UNSTEADY = 0.5
 
 SIZES = {10_000: "10 KB", 100_000: "100 KB", 1_000_000: "1 MB", 10_000_000: "10 MB"}
 FILES = {4096: "4 KB", 1 << 20: "1 MB", 100 << 20: "100 MB"}
@@ -130,15 +132,18 @@ def print_ratios(times):
         ratio = our_time / peer_time
         noise = max(spread(times[name]) for name in names)
         line(what, show_time(our_time), peer, show_time(peer_time), f"{ratio:.3g}", f"{bar:.3g}" if bar else "",
-             f"{noise:.0%}", verdict(ratio, bar))
+             f"{noise:.0%}", verdict(ratio, bar) + (", unsteady" if bar and noise > UNSTEADY else ""))
 
 
 def print_growth(times):
+    measured = [row for row in GROWTH
+                if all(f"{name}/{size}" in times for name in (row[1], row[3]) for size in row[4])]
+    if not measured:
+        return
+    print()
     line("Growth with the input (1 is linear)", "Ours", "Peer", "Peer's", "Bar", "")
     line("---", "---:", "---", "---:", "---:", "---")
-    for what, ours, peer, peer_name, sizes in GROWTH:
-        if any(f"{name}/{size}" not in times for name in (ours, peer_name) for size in sizes):
-            continue
+    for what, ours, peer, peer_name, sizes in measured:
         slope = exponent(times, ours, sizes)
         line(what, f"{slope:.2f}", peer, f"{exponent(times, peer_name, sizes):.2f}", f"{LINEAR}",
              verdict(slope, LINEAR))
@@ -151,7 +156,6 @@ def main():
         print(f"bench_table.py: {error}", file=sys.stderr)
         return 1
     print_ratios(times)
-    print()
     print_growth(times)
     return 0
 
