@@ -48,7 +48,7 @@ int GetFileType(const char* FileName, int* Flag, DWORD* Length)
 /// Length of anything but a directory; 0 or an errno value.
 int FileLengthOf(const char* FileName, DWORD* Length)
 {
-    int kind;
+    int kind = kOther;
     if (const int error = GetFileType(FileName, &kind, Length))
         return error;
     return kind == kDirectory ? EISDIR : 0;
@@ -237,7 +237,7 @@ int WriteAll(int fd, std::string_view bytes)
 
 int FileContent(const char* FileName, unsigned char** Buffer, int* Size)
 {
-    DWORD length;
+    DWORD length = 0;
     if (const int error = FileLengthOf(FileName, &length))
         return error;
     if (length > INT_MAX)
@@ -268,7 +268,7 @@ BOOL ZKQGeneral_GetFileLength(LPCTSTR FileName, DWORD* FileLength)
 {
     if (FileName == nullptr)
         return Fail(EINVAL);
-    DWORD length;
+    DWORD length = 0;
     if (const int error = FileLengthOf(FileName, &length))
         return Fail(error);
     if (FileLength != nullptr)
@@ -283,8 +283,8 @@ BOOL ZKQGeneral_IsDirectoryName(LPCTSTR Name, BOOL* bDir)
     *bDir = FALSE;
     if (Name == nullptr)
         return Fail(EINVAL);
-    int kind;
-    DWORD length;
+    int kind = kOther;
+    DWORD length = 0;
     if (const int error = GetFileType(Name, &kind, &length))
         return Fail(error);
     *bDir = kind == kDirectory ? TRUE : FALSE;
@@ -337,7 +337,7 @@ BOOL ZKQGeneral_CreateShortCut(LPCTSTR ExefullPath, LPCTSTR /*filedescription*/,
     return symlink(ExefullPath, shortcutfullpath) == 0 ? TRUE : FailWithErrno();
 }
 
-BOOL ZKQGeneral_MyDeleteDirectory(char* DirectoryName)
+BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName)
 {
     if (DirectoryName == nullptr)
         return Fail(EINVAL);
@@ -370,7 +370,7 @@ BOOL ZKQGeneral_CopyFile(LPCTSTR lpExistingFileName, LPCTSTR lpNewFileName, BOOL
         return Fail(EINVAL);
     if (bFailIfExists && PathExists(lpNewFileName))
         return Fail(EEXIST);
-    DWORD length;
+    DWORD length = 0;
     if (const int error = FileLengthOf(lpExistingFileName, &length))
         return Fail(error);
     const UniqueFd source(OpenNoWait(lpExistingFileName, O_RDONLY));

@@ -407,12 +407,13 @@ BOOL ZKQGeneral_RecordSystemErrorEx(void* LogCtx, int Level, const char* FileNam
     return RecordErrorText(LogCtx, Level, FileName, Line, ErrorCode);
 }
 
-BOOL ZKQGeneral_RecordBinaryLogInfo(void* LogCtx, unsigned char* inData, int inLen, const char* ExtraInfo)
+BOOL ZKQGeneral_RecordBinaryLogInfo(void* LogCtx, const unsigned char* inData, int inLen, const char* ExtraInfo)
 {
     return ZKQGeneral_RecordBinaryLogInfoEx(LogCtx, ZKQ_LOG_ALL, inData, inLen, ExtraInfo);
 }
 
-BOOL ZKQGeneral_RecordBinaryLogInfoEx(void* LogCtx, int Level, unsigned char* inData, int inLen, const char* ExtraInfo)
+BOOL ZKQGeneral_RecordBinaryLogInfoEx(void* LogCtx, int Level, const unsigned char* inData, int inLen,
+                                      const char* ExtraInfo)
 {
     BOOL result;
     if (!IsWanted(LogCtx, Level, &result))
@@ -420,8 +421,8 @@ BOOL ZKQGeneral_RecordBinaryLogInfoEx(void* LogCtx, int Level, unsigned char* in
     return RecordDump(LogCtx, Level, {inData, inLen, nullptr, 0}, ExtraInfo);
 }
 
-BOOL ZKQGeneral_RecordBinaryLogInfoEx2(void* LogCtx, int Level, unsigned char* inData, int inLen, const char* FileName,
-                                       int Line, char* Format, ...)
+BOOL ZKQGeneral_RecordBinaryLogInfoEx2(void* LogCtx, int Level, const unsigned char* inData, int inLen,
+                                       const char* FileName, int Line, const char* Format, ...)
 {
     BOOL result;
     if (!IsWanted(LogCtx, Level, &result))
@@ -433,7 +434,7 @@ BOOL ZKQGeneral_RecordBinaryLogInfoEx2(void* LogCtx, int Level, unsigned char* i
     return result;
 }
 
-BOOL ZKQGeneral_RecordAppLogToFile_V(void* LogCtx, char* Format, ...)
+BOOL ZKQGeneral_RecordAppLogToFile_V(void* LogCtx, const char* Format, ...)
 {
     BOOL result;
     if (!IsWanted(LogCtx, ZKQ_LOG_ALL, &result))
@@ -445,7 +446,7 @@ BOOL ZKQGeneral_RecordAppLogToFile_V(void* LogCtx, char* Format, ...)
     return result;
 }
 
-BOOL ZKQGeneral_RecordAppLogToFileEx_V(void* LogCtx, int Level, char* Format, ...)
+BOOL ZKQGeneral_RecordAppLogToFileEx_V(void* LogCtx, int Level, const char* Format, ...)
 {
     BOOL result;
     if (!IsWanted(LogCtx, Level, &result))
@@ -457,7 +458,8 @@ BOOL ZKQGeneral_RecordAppLogToFileEx_V(void* LogCtx, int Level, char* Format, ..
     return result;
 }
 
-BOOL ZKQGeneral_RecordAppLogToFileEx2_V(void* LogCtx, int Level, const char* FileName, int Line, char* Format, ...)
+BOOL ZKQGeneral_RecordAppLogToFileEx2_V(void* LogCtx, int Level, const char* FileName, int Line, const char* Format,
+                                        ...)
 {
     BOOL result;
     if (!IsWanted(LogCtx, Level, &result))
@@ -469,7 +471,7 @@ BOOL ZKQGeneral_RecordAppLogToFileEx2_V(void* LogCtx, int Level, const char* Fil
     return result;
 }
 
-BOOL ZKQGeneral_RecordLogToFile_V(LPCTSTR FileName, char* Format, ...)
+BOOL ZKQGeneral_RecordLogToFile_V(LPCTSTR FileName, const char* Format, ...)
 {
     if (FileName == nullptr)
         return Fail(EINVAL);

@@ -159,7 +159,7 @@ void* ZKQGeneral_MEM_malloc(int InitSize)
     object->Buf = static_cast<unsigned char*>(malloc(object->Capacity));
     if (object->Buf != nullptr)
         return object;
-    ZKQGeneral_MEM_free(object);
+    free(object);
     return &g_DeadObject;
 }
 
@@ -173,7 +173,7 @@ void ZKQGeneral_MEM_free(void* Ptr)
     free(object);
 }
 
-int ZKQGeneral_MEM_Write(void* Ptr, unsigned char* Buf, int Size)
+int ZKQGeneral_MEM_Write(void* Ptr, const unsigned char* Buf, int Size)
 {
     auto* object = static_cast<GMEM*>(Ptr);
     if (!GMEM_IsValid(object) || (Buf == nullptr && Size > 0))

@@ -131,8 +131,8 @@ int FindMappedPath(std::string_view map, std::string_view FileName, std::string_
     if (match == std::string_view::npos)
         return ENOENT;
     const std::string_view line = map.substr(0, map.find('\n', match));
-    const size_t blank = match == 0 ? std::string_view::npos : line.rfind(' ', match - 1);
-    *path = After(line, blank + 1);
+    const size_t before = line.substr(0, match).find_last_of(" \n");
+    *path = After(line, before + 1);
     return path->size() < kPathSize ? 0 : ENAMETOOLONG;
 }
 

@@ -103,7 +103,7 @@ TEST(LogConcurrency, FormattedRecordsAndDumpsAreNotTornEither)
         unsigned char data[] = "0123456789abcdefXYZ";
         InThreads(4, [&](int) {
             for (int i = 0; i < 20; ++i) {
-                ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 2, "m.c", process, const_cast<char*>("<%s>"),
+                ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 2, "m.c", process, "<%s>",
                                                    i % 4 == 0 ? longText.c_str() : "short");
                 ZKQGeneral_RecordBinaryLogInfoEx(ctx.Get(), 2, data, 19, "dump");
             }
@@ -138,7 +138,7 @@ TEST(LogConcurrency, TwoSinksOnOneFileDoNotLockEachOtherOut)
     const LogContext ctx(info);
     ASSERT_TRUE(ZKQGeneral_SetAppLogFile(ctx.Get(), dir.SharedLog().c_str()));
     EXPECT_TRUE(ctx.Write(8));
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, const_cast<char*>("formatted")));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, "formatted"));
     const std::string log = ReadFile(dir.SharedLog());
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 4) << log;
     ASSERT_EQ(link(dir.SharedLog().c_str(), dir.File("second-name.log").c_str()), 0);

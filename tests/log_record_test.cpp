@@ -30,9 +30,6 @@ unsigned char* Bytes(std::string& data)
     return reinterpret_cast<unsigned char*>(data.data());
 }
 
-// A macro, because the compiler must see the literal to check the arguments against it.
-#define FORMAT(literal) const_cast<char*>(literal)
-
 /// All three logs on, for all levels.
 class LogRecord : public testing::Test {
 protected:
@@ -233,8 +230,8 @@ TEST_F(LogRecord, DumpWithSourceAndFormat)
     std::string data = "A";
     const std::string body = "000: 41 " + std::string(45, ' ') + "A\n\n";
     const LogContext ctx(info_);
-    EXPECT_TRUE(ZKQGeneral_RecordBinaryLogInfoEx2(ctx.Get(), 2, Bytes(data), 1, "/s/r.c", 33, FORMAT("head %d"), 5));
-    EXPECT_TRUE(ZKQGeneral_RecordBinaryLogInfoEx2(ctx.Get(), 2, Bytes(data), 1, nullptr, 33, FORMAT("h")));
+    EXPECT_TRUE(ZKQGeneral_RecordBinaryLogInfoEx2(ctx.Get(), 2, Bytes(data), 1, "/s/r.c", 33, "head %d", 5));
+    EXPECT_TRUE(ZKQGeneral_RecordBinaryLogInfoEx2(ctx.Get(), 2, Bytes(data), 1, nullptr, 33, "h"));
     EXPECT_TRUE(ZKQGeneral_RecordBinaryLogInfoEx2(ctx.Get(), 2, Bytes(data), 1, "r.c", 33, nullptr));
     EXPECT_EQ(ReadFile(dir_.OwnLog()), "[Info ] head 5[Length: 1] r.c -33\n" + body + "[Info ] h[Length: 1]\n" + body +
                                            "[Info ] [Length: 1] r.c -33\n" + body);
@@ -244,7 +241,7 @@ TEST_F(LogRecord, DumpHeaderIsCutAt1023Bytes)
 {
     const std::string text(2000, 'h');
     const std::string log = OwnLogAfter([&](void* ctx) {
-        return ZKQGeneral_RecordBinaryLogInfoEx2(ctx, 2, nullptr, 0, nullptr, 0, FORMAT("%s"), text.c_str());
+        return ZKQGeneral_RecordBinaryLogInfoEx2(ctx, 2, nullptr, 0, nullptr, 0, "%s", text.c_str());
     });
     EXPECT_EQ(log, "[Info ] " + std::string(1023, 'h') + "[Length: 0]\n\n");
 }
@@ -252,10 +249,10 @@ TEST_F(LogRecord, DumpHeaderIsCutAt1023Bytes)
 TEST_F(LogRecord, FormattedRecordsAndTheirTrailers)
 {
     const LogContext ctx(info_);
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFile_V(ctx.Get(), FORMAT("a %d"), 1));
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 4, FORMAT("b %s"), "two"));
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, "/d/m.c", 77, FORMAT("c %.2f"), 3.0));
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, nullptr, 77, FORMAT("d")));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFile_V(ctx.Get(), "a %d", 1));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 4, "b %s", "two"));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, "/d/m.c", 77, "c %.2f", 3.0));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, nullptr, 77, "d"));
     EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, nullptr));
     EXPECT_EQ(ReadFile(dir_.OwnLog()), " a 1 \n[Warn ] b two \n[Error] c 3.00 m.c -77\n[Error] d \n[Error]  \n");
 }
@@ -263,7 +260,7 @@ TEST_F(LogRecord, FormattedRecordsAndTheirTrailers)
 TEST_F(LogRecord, FormattedRecordsReachTheThreeLogs)
 {
     const LogContext ctx(info_);
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, "m.c", 77, FORMAT("%s-%d"), "x", 4));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, "m.c", 77, "%s-%d", "x", 4));
     for (const std::string& path : {dir_.OwnLog(), dir_.SharedLog(), dir_.SharedLog2()}) {
         const std::string log = ReadFile(path);
         EXPECT_NE(log.find("[Error] x-4 m.c -77\n"), std::string::npos) << path << ": " << log;
@@ -276,7 +273,7 @@ TEST_F(LogRecord, FormattedTextsAreNotCut)
     std::string expected;
     for (const size_t length : {1000u, 1024u, 10238u, 10239u, 10240u, 10241u, 200000u}) {
         const std::string text(length, 'x');
-        EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 2, "m.c", 1, FORMAT("<%s>"), text.c_str()));
+        EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 2, "m.c", 1, "<%s>", text.c_str()));
         expected += "[Info ] <" + text + "> m.c -1\n";
     }
     EXPECT_EQ(ReadFile(dir_.OwnLog()), expected);
@@ -325,7 +322,7 @@ TEST_F(LogRecord, ResultIsThatOfTheSecondSharedLog)
     ASSERT_EQ(unlink(dir_.SharedLog2().c_str()), 0);
     ASSERT_EQ(mkdir(dir_.SharedLog2().c_str(), 0777), 0);
     EXPECT_FALSE(ctx.Write(8));
-    EXPECT_FALSE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, FORMAT("x")));
+    EXPECT_FALSE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, "x"));
     EXPECT_FALSE(ZKQGeneral_RecordBinaryLogInfoEx(ctx.Get(), 8, nullptr, 0, ""));
     EXPECT_TRUE(support::ErrorTextIsMarked());
 }
@@ -354,10 +351,10 @@ TEST_F(LogRecord, NullContextIsRefused)
     refused(ZKQGeneral_RecordSystemErrorEx(nullptr, 1, "a", 1, 2));
     refused(ZKQGeneral_RecordBinaryLogInfo(nullptr, Bytes(data), 1, "t"));
     refused(ZKQGeneral_RecordBinaryLogInfoEx(nullptr, 1, Bytes(data), 1, "t"));
-    refused(ZKQGeneral_RecordBinaryLogInfoEx2(nullptr, 1, Bytes(data), 1, "a", 1, FORMAT("t")));
-    refused(ZKQGeneral_RecordAppLogToFile_V(nullptr, FORMAT("t")));
-    refused(ZKQGeneral_RecordAppLogToFileEx_V(nullptr, 1, FORMAT("t")));
-    refused(ZKQGeneral_RecordAppLogToFileEx2_V(nullptr, 1, "a", 1, FORMAT("t")));
+    refused(ZKQGeneral_RecordBinaryLogInfoEx2(nullptr, 1, Bytes(data), 1, "a", 1, "t"));
+    refused(ZKQGeneral_RecordAppLogToFile_V(nullptr, "t"));
+    refused(ZKQGeneral_RecordAppLogToFileEx_V(nullptr, 1, "t"));
+    refused(ZKQGeneral_RecordAppLogToFileEx2_V(nullptr, 1, "a", 1, "t"));
 }
 
 TEST_F(LogRecord, AWindowTakesTextsAndDumpsAndNothingIsOpened)
@@ -375,8 +372,8 @@ TEST_F(LogRecord, WithAWindowFormattedRecordsStillWriteTheirEnd)
 {
     info_.hWnd = 5;
     const LogContext ctx(info_);
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, "m.c", 7, FORMAT("t")));
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, FORMAT("t")));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx2_V(ctx.Get(), 8, "m.c", 7, "t"));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, "t"));
     for (const std::string& path : {dir_.OwnLog(), dir_.SharedLog(), dir_.SharedLog2()})
         EXPECT_EQ(ReadFile(path), " m.c -7\n \n") << path;
     EXPECT_TRUE(ZKQGeneral_SetLogWnd(ctx.Get(), 0));
@@ -412,7 +409,7 @@ TEST_F(LogRecord, NoDescriptorStaysOpen)
     close(before);
     for (int i = 0; i < 100; ++i) {
         ctx.Write(8);
-        ZKQGeneral_RecordAppLogToFile_V(ctx.Get(), FORMAT("x"));
+        ZKQGeneral_RecordAppLogToFile_V(ctx.Get(), "x");
         ZKQGeneral_RecordBinaryLogInfo(ctx.Get(), nullptr, 0, "");
     }
     const int after = open("/dev/null", O_RDONLY);
@@ -481,7 +478,7 @@ TEST_F(LogRecord, WithAWindowNothingIsDeleted)
     support::WriteFile(dir_.OwnLog(), std::string(51, 'x'));
     const LogContext ctx(info_);
     EXPECT_TRUE(ctx.Write(8));
-    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, FORMAT("t")));
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, "t"));
     EXPECT_EQ(ReadFile(dir_.OwnLog()), std::string(51, 'x') + " \n");
 }
 
@@ -491,8 +488,8 @@ TEST(AppendLine, AppendsTextAndLineFeed)
 {
     LogDir dir;
     const std::string path = dir.File("any.txt");
-    EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), FORMAT("a %d"), 1));
-    EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), FORMAT("%s"), ""));
+    EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), "a %d", 1));
+    EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), "%s", ""));
     EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), nullptr));
     EXPECT_EQ(ReadFile(path), "a 1\n\n\n");
 }
@@ -501,7 +498,7 @@ TEST(AppendLine, CutsAt10239Bytes)
 {
     LogDir dir;
     const std::string path = dir.File("any.txt");
-    EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), FORMAT("%s"), std::string(20000, 'x').c_str()));
+    EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(path.c_str(), "%s", std::string(20000, 'x').c_str()));
     EXPECT_EQ(ReadFile(path), std::string(10239, 'x') + "\n");
 }
 
@@ -509,16 +506,16 @@ TEST(AppendLine, FailuresLeaveTheirReason)
 {
     LogDir dir;
     support::MarkErrorText();
-    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(nullptr, FORMAT("x")));
+    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(nullptr, "x"));
     EXPECT_SYSTEM_ERROR(EINVAL);
-    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(dir.Path().c_str(), FORMAT("x")));
+    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(dir.Path().c_str(), "x"));
     EXPECT_SYSTEM_ERROR(EISDIR);
-    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(dir.File("no/file").c_str(), FORMAT("x")));
+    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(dir.File("no/file").c_str(), "x"));
     EXPECT_SYSTEM_ERROR(ENOENT);
-    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V("/dev/full", FORMAT("x")));
+    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V("/dev/full", "x"));
     EXPECT_SYSTEM_ERROR(ENOSPC);
     ASSERT_EQ(mkfifo(dir.File("fifo").c_str(), 0666), 0);
-    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(dir.File("fifo").c_str(), FORMAT("x")));
+    EXPECT_FALSE(ZKQGeneral_RecordLogToFile_V(dir.File("fifo").c_str(), "x"));
     EXPECT_SYSTEM_ERROR(ENXIO);
 }
 

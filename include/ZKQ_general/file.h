@@ -77,7 +77,7 @@ ZKQ_API BOOL ZKQGeneral_CreateShortCut(LPCTSTR ExefullPath, LPCTSTR filedescript
  * a plain file or a link to a directory fails with `ENOTDIR` and stays.
  * @return `TRUE`, or `FALSE` with the reason; what was deleted before a failure stays deleted.
  */
-ZKQ_API BOOL ZKQGeneral_MyDeleteDirectory(char* DirectoryName);
+ZKQ_API BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName);
 
 /**
  * @brief Copies a file with its mode bits.

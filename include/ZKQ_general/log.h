@@ -32,20 +32,20 @@ enum {
 
 /** Describes a program that logs. Set everything to zero first; fields above `Version` are not read. */
 typedef struct APPLOGINFO {
-    int Version;         /**< 0 to 3: which of the later fields are read; above 1 also exact level switches. */
-    char* ProjectName;   /**< The program's name, at most 31 bytes. */
-    int RecordTime;      /**< Non-zero: records of the own log carry the time. */
-    int MaxBinaryLength; /**< Most bytes a dump shows; 0 means 4096, otherwise held within 16..4096. */
-    int MaxFileLength;   /**< Bytes above which the own log is deleted before the next record; 0 turns all size checks
-                            off,   also that of the other two logs, which are deleted above 100 MiB. */
-    int hWnd;       /**< Non-zero: records go to a window, which on this platform discards them, and not to files. */
-    int Msg;        /**< Kept with the context; not used on this platform. */
-    char* TempPath; /**< Version 1: log directory, at most 95 bytes with its "/"; null or "" means the directory "log"
-                         beside the working directory. */
-    int RecordProcessID; /**< Version 2: non-zero: records of the own log carry "[PID: n]". */
-    int RecordThreadID;  /**< Version 2: non-zero: records of the own log carry "[TID: X]". */
-    char* SubName;       /**< Version 3: a second name shown in records, at most 15 bytes; may be null. */
-    int bAlwaysLog;      /**< Version 3: non-zero: the own log's levels, and no switch is ever read again. */
+    int Version;             /**< 0 to 3: which of the later fields are read; above 1 also exact level switches. */
+    const char* ProjectName; /**< The program's name, at most 31 bytes. */
+    int RecordTime;          /**< Non-zero: records of the own log carry the time. */
+    int MaxBinaryLength;     /**< Most bytes a dump shows; 0 means 4096, otherwise held within 16..4096. */
+    int MaxFileLength; /**< Bytes above which the own log is deleted before the next record; 0 turns all size checks
+                          off,   also that of the other two logs, which are deleted above 100 MiB. */
+    int hWnd;          /**< Non-zero: records go to a window, which on this platform discards them, and not to files. */
+    int Msg;           /**< Kept with the context; not used on this platform. */
+    const char* TempPath; /**< Version 1: log directory, at most 95 bytes with its "/"; null or "" means the directory
+                         "log" beside the working directory. */
+    int RecordProcessID;  /**< Version 2: non-zero: records of the own log carry "[PID: n]". */
+    int RecordThreadID;   /**< Version 2: non-zero: records of the own log carry "[TID: X]". */
+    const char* SubName;  /**< Version 3: a second name shown in records, at most 15 bytes; may be null. */
+    int bAlwaysLog;       /**< Version 3: non-zero: the own log's levels, and no switch is ever read again. */
 } APPLOGINFO;
 
 /**
@@ -166,7 +166,8 @@ ZKQ_API BOOL ZKQGeneral_RecordSystemErrorEx(void* LogCtx, int Level, const char*
  * @param ExtraInfo  Text in front of the length.
  * @return As ZKQGeneral_RecordLogInfoEx().
  */
-ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfo(void* LogCtx, unsigned char* inData, int inLen, const char* ExtraInfo);
+ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfo(void* LogCtx, const unsigned char* inData, int inLen,
+                                            const char* ExtraInfo);
 
 /**
  * @brief Writes the record "info[Length: n]" and a hex dump of at most the context's `MaxBinaryLength` bytes.
@@ -177,7 +178,7 @@ ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfo(void* LogCtx, unsigned char* inData,
  * @param ExtraInfo  Text in front of the length; null counts as "".
  * @return As ZKQGeneral_RecordLogInfoEx().
  */
-ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfoEx(void* LogCtx, int Level, unsigned char* inData, int inLen,
+ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfoEx(void* LogCtx, int Level, const unsigned char* inData, int inLen,
                                               const char* ExtraInfo);
 
 /**
@@ -191,8 +192,9 @@ ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfoEx(void* LogCtx, int Level, unsigned 
  * @param Format    printf format of the text in front of the length, cut to 1023 bytes; null counts as "".
  * @return As ZKQGeneral_RecordLogInfoEx().
  */
-ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfoEx2(void* LogCtx, int Level, unsigned char* inData, int inLen,
-                                               const char* FileName, int Line, char* Format, ...) ZKQ_PRINTF(7, 8);
+ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfoEx2(void* LogCtx, int Level, const unsigned char* inData, int inLen,
+                                               const char* FileName, int Line, const char* Format, ...)
+    ZKQ_PRINTF(7, 8);
 
 /**
  * @brief Writes a formatted record at ZKQ_LOG_ALL; see ZKQGeneral_RecordAppLogToFileEx_V().
@@ -200,7 +202,7 @@ ZKQ_API BOOL ZKQGeneral_RecordBinaryLogInfoEx2(void* LogCtx, int Level, unsigned
  * @param Format  printf format of the text.
  * @return As ZKQGeneral_RecordLogInfoEx().
  */
-ZKQ_API BOOL ZKQGeneral_RecordAppLogToFile_V(void* LogCtx, char* Format, ...) ZKQ_PRINTF(2, 3);
+ZKQ_API BOOL ZKQGeneral_RecordAppLogToFile_V(void* LogCtx, const char* Format, ...) ZKQ_PRINTF(2, 3);
 
 /**
  * @brief Writes a formatted record, followed by a blank.
@@ -213,7 +215,7 @@ ZKQ_API BOOL ZKQGeneral_RecordAppLogToFile_V(void* LogCtx, char* Format, ...) ZK
  * @param Format  printf format of the text, of any length; null counts as "".
  * @return As ZKQGeneral_RecordLogInfoEx().
  */
-ZKQ_API BOOL ZKQGeneral_RecordAppLogToFileEx_V(void* LogCtx, int Level, char* Format, ...) ZKQ_PRINTF(3, 4);
+ZKQ_API BOOL ZKQGeneral_RecordAppLogToFileEx_V(void* LogCtx, int Level, const char* Format, ...) ZKQ_PRINTF(3, 4);
 
 /**
  * @brief Writes a formatted record, followed by " file -line"; see ZKQGeneral_RecordAppLogToFileEx_V().
@@ -224,8 +226,8 @@ ZKQ_API BOOL ZKQGeneral_RecordAppLogToFileEx_V(void* LogCtx, int Level, char* Fo
  * @param Format    printf format of the text, of any length; null counts as "".
  * @return As ZKQGeneral_RecordLogInfoEx().
  */
-ZKQ_API BOOL ZKQGeneral_RecordAppLogToFileEx2_V(void* LogCtx, int Level, const char* FileName, int Line, char* Format,
-                                                ...) ZKQ_PRINTF(5, 6);
+ZKQ_API BOOL ZKQGeneral_RecordAppLogToFileEx2_V(void* LogCtx, int Level, const char* FileName, int Line,
+                                                const char* Format, ...) ZKQ_PRINTF(5, 6);
 
 /**
  * @brief Appends a formatted line to any file, without a context, a prefix or a lock.
@@ -233,7 +235,7 @@ ZKQ_API BOOL ZKQGeneral_RecordAppLogToFileEx2_V(void* LogCtx, int Level, const c
  * @param Format    printf format of the line, cut to 10239 bytes; null counts as "".
  * @return `TRUE`, or `FALSE` with the system's reason.
  */
-ZKQ_API BOOL ZKQGeneral_RecordLogToFile_V(LPCTSTR FileName, char* Format, ...) ZKQ_PRINTF(2, 3);
+ZKQ_API BOOL ZKQGeneral_RecordLogToFile_V(LPCTSTR FileName, const char* Format, ...) ZKQ_PRINTF(2, 3);
 
 #ifdef __cplusplus
 }

@@ -55,7 +55,7 @@ ZKQ_API void ZKQGeneral_MEM_free(void* Ptr);
  * @param Size  Their number; 0 or less appends nothing.
  * @return `Size`; 0 if the object is not valid or memory ran out, which then left the object as it was.
  */
-ZKQ_API int ZKQGeneral_MEM_Write(void* Ptr, unsigned char* Buf, int Size);
+ZKQ_API int ZKQGeneral_MEM_Write(void* Ptr, const unsigned char* Buf, int Size);
 
 /**
  * @brief Reads the next bytes of a memory object.

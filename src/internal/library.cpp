@@ -11,9 +11,8 @@ namespace {
 /// Runs before any caller's code. A failure leaves the library's own log off and the error text as it was.
 __attribute__((constructor)) void InitLibrary()
 {
-    char project[] = "general";
     APPLOGINFO info = {};
-    info.ProjectName = project;
+    info.ProjectName = "general";
     info.RecordTime = 1;
     MakeLogContext(info, &g_General_LogCtx);
 }

@@ -139,7 +139,7 @@ int ProfileOutput::Reserve(size_t length)
     char* grown = static_cast<char*>(realloc(block_.get(), capacity));
     if (grown == nullptr)
         return ENOMEM;
-    block_.release();
+    static_cast<void>(block_.release()); // realloc() has taken it
     block_.reset(grown);
     capacity_ = capacity;
     return 0;

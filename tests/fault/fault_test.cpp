@@ -198,7 +198,7 @@ bool WriteRecords(const LogDir& dir)
         return false;
     bool written = ZKQGeneral_RecordLogInfoEx(ctx, 8, "a.c", 1, "text");
     written &= ZKQGeneral_RecordLogInfoEx(ctx, 8, "a.c", 1, std::string(5000, 'l').c_str()) != 0;
-    written &= ZKQGeneral_RecordAppLogToFileEx_V(ctx, 8, const_cast<char*>("%d"), 1) != 0;
+    written &= ZKQGeneral_RecordAppLogToFileEx_V(ctx, 8, "%d", 1) != 0;
     written &= ZKQGeneral_RecordBinaryLogInfo(ctx, nullptr, 0, "dump") != 0;
     ZKQGeneral_FreeLogCtx(ctx);
     return written;
@@ -299,9 +299,7 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"log_records", AllOn, WriteRecords, kEverything, kEverything},
         Scenario{"append_line",
                  [](const LogDir&) {},
-                 [](const LogDir& d) {
-                     return ZKQGeneral_RecordLogToFile_V(d.File("l").c_str(), const_cast<char*>("%d"), 5) != 0;
-                 },
+                 [](const LogDir& d) { return ZKQGeneral_RecordLogToFile_V(d.File("l").c_str(), "%d", 5) != 0; },
                  {"fstat"},
                  {}}),
     [](const auto& row) { return row.param.name; });
@@ -329,7 +327,7 @@ TEST_P(Retry, InterruptedAndShortCallsGoOn)
             EXPECT_TRUE(WriteKey(dir));
             EXPECT_TRUE(ZKQGeneral_RecordLogInfoEx(ctx.Get(), 8, "a.c", 1, "text"));
             EXPECT_TRUE(ZKQGeneral_RecordLogInfoEx(ctx.Get(), 8, "a.c", 1, longText.c_str()));
-            EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(dir.File("l").c_str(), const_cast<char*>("%d"), 5));
+            EXPECT_TRUE(ZKQGeneral_RecordLogToFile_V(dir.File("l").c_str(), "%d", 5));
             fault::Disarm();
             EXPECT_EQ(ReadFile(dir.OwnLog()), "[Error] text - a.c,1\n[Error] " + longText + " - a.c,1\n");
             EXPECT_EQ(ReadFile(dir.File("l")), "5\n");

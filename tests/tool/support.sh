@@ -2,6 +2,8 @@
 # What the scripts share: a directory to work in, a way to run the tool, and expectations that print both sides.
 set -euo pipefail
 
+# Log directories have at most 95 bytes, and the build tree may be deep.
+if [ ${#TEST_TMP} -gt 60 ]; then TEST_TMP=/tmp; fi
 work=$(mktemp -d "$TEST_TMP/test.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"

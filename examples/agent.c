@@ -1,0 +1,258 @@
+/*
+ * A small agent: it reads its settings from a profile file, watches a directory for a few rounds, and records what it
+ * sees in a log whose levels an operator may switch while it runs.
+ *
+ *     agent SETTINGS.ini
+ *
+ * [agent]
+ * directory = /var/spool/in    the directory to watch
+ * log = /var/log/agent         where the log and its switches (tamor.ini) are; must exist
+ * rounds = 5                   how many looks
+ * interval = 500               milliseconds between them
+ * ignore = .tmp .swp           endings of names that do not count
+ * head = 32                    bytes of a changed file that are shown
+ */
+#include <ZKQ_general.h>
+#include <dirent.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#define PATH_SIZE 300
+#define HERE __FILE__, __LINE__
+
+typedef struct {
+    char directory[PATH_SIZE];
+    char log[96];
+    int rounds;
+    int interval; /* milliseconds */
+    int head;     /* bytes */
+    char** ignore;
+    int ignoreCount;
+} Settings;
+
+typedef struct {
+    char name[256];
+    long long size;
+    struct timespec changed;
+    int seen; /* the round that saw it last */
+} WatchedFile;
+
+typedef struct {
+    WatchedFile* files;
+    size_t count;
+    size_t room;
+} Watch;
+
+static void* logContext;
+static long shownLog; /* bytes of the log that have been shown */
+
+/* Settings */
+
+static int ReadSettings(const char* file, Settings* settings)
+{
+    char ignore[1024];
+    if (!ZKQGeneral_IsFileExist(file))
+        return 0;
+    ZKQGeneral_GetPrivateProfileString("agent", "directory", ".", settings->directory, sizeof settings->directory,
+                                       file);
+    ZKQGeneral_GetPrivateProfileString("agent", "log", ".", settings->log, sizeof settings->log, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "ignore", "", ignore, sizeof ignore, file);
+    settings->rounds = (int)ZKQGeneral_GetPrivateProfileInt("agent", "rounds", 5, file);
+    settings->interval = (int)ZKQGeneral_GetPrivateProfileInt("agent", "interval", 500, file);
+    settings->head = (int)ZKQGeneral_GetPrivateProfileInt("agent", "head", 32, file);
+    settings->ignore = ZKQGeneral_ParseLineInfo(ignore, " ,", &settings->ignoreCount);
+    return settings->ignore != NULL;
+}
+
+static int OpenLog(Settings* settings)
+{
+    char project[] = "agent";
+    APPLOGINFO info;
+    memset(&info, 0, sizeof info);
+    info.Version = 3;
+    info.ProjectName = project;
+    info.RecordTime = 1;
+    info.MaxBinaryLength = settings->head;
+    info.MaxFileLength = 10 * 1024 * 1024;
+    info.TempPath = settings->log;
+    return ZKQGeneral_IsNeedLogFile(&info, &logContext);
+}
+
+/* Watching */
+
+static int IsIgnored(const Settings* settings, const char* name)
+{
+    const size_t length = strlen(name);
+    if (name[0] == '.')
+        return 1;
+    for (int i = 0; i < settings->ignoreCount; ++i) {
+        const size_t ending = strlen(settings->ignore[i]);
+        if (ending <= length && strcmp(name + length - ending, settings->ignore[i]) == 0)
+            return 1;
+    }
+    return 0;
+}
+
+static WatchedFile* Find(Watch* watch, const char* name)
+{
+    for (size_t i = 0; i < watch->count; ++i)
+        if (strcmp(watch->files[i].name, name) == 0)
+            return &watch->files[i];
+    return NULL;
+}
+
+static WatchedFile* Add(Watch* watch, const char* name)
+{
+    if (watch->count == watch->room) {
+        const size_t room = watch->room == 0 ? 64 : 2 * watch->room;
+        WatchedFile* files = realloc(watch->files, room * sizeof *files);
+        if (files == NULL)
+            return NULL;
+        watch->files = files;
+        watch->room = room;
+    }
+    WatchedFile* file = &watch->files[watch->count++];
+    memset(file, 0, sizeof *file);
+    strncpy_WQX(file->name, name, sizeof file->name);
+    return file;
+}
+
+/* Shows the first bytes of a file that has changed; the context cuts the dump to its `MaxBinaryLength`. */
+static void DumpHead(const char* path, const char* name)
+{
+    unsigned char* content = NULL;
+    int size = 0;
+    if (!ZKQGeneral_GetFileContent(path, &content, &size)) {
+        ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "cannot read %s: %s", name,
+                                           ZKQGeneral_GetGeneralErrorInfo());
+        return;
+    }
+    ZKQGeneral_RecordBinaryLogInfoEx2(logContext, ZKQ_LOG_INFO, content, size, HERE, "head of %s ", name);
+    ZKQGeneral_FreeMallocBuffer(content);
+}
+
+static void Look(Watch* watch, const char* path, const char* name, int round)
+{
+    struct stat status;
+    if (lstat(path, &status) != 0) {
+        ZKQGeneral_RecordSystemErrorEx(logContext, ZKQ_LOG_ERROR, HERE, errno);
+        return;
+    }
+    if (!S_ISREG(status.st_mode))
+        return;
+    WatchedFile* file = Find(watch, name);
+    const int isNew = file == NULL;
+    if (isNew && (file = Add(watch, name)) == NULL)
+        return;
+    const int hasChanged = !isNew && (file->size != status.st_size || file->changed.tv_sec != status.st_mtim.tv_sec ||
+                                      file->changed.tv_nsec != status.st_mtim.tv_nsec);
+    if (isNew && round > 1)
+        ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_INFO, HERE, "new: %s, %lld bytes", name,
+                                           (long long)status.st_size);
+    if (hasChanged)
+        ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_WARN, HERE, "changed: %s, %lld to %lld bytes", name,
+                                           file->size, (long long)status.st_size);
+    file->size = status.st_size;
+    file->changed = status.st_mtim;
+    file->seen = round;
+    if (hasChanged)
+        DumpHead(path, name);
+}
+
+/* Drops what this round has not seen. */
+static void DropVanished(Watch* watch, int round)
+{
+    size_t kept = 0;
+    for (size_t i = 0; i < watch->count; ++i) {
+        if (watch->files[i].seen == round)
+            watch->files[kept++] = watch->files[i];
+        else
+            ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "gone: %s", watch->files[i].name);
+    }
+    watch->count = kept;
+}
+
+static int WatchOnce(Watch* watch, const Settings* settings, int round)
+{
+    DIR* directory = opendir(settings->directory);
+    if (directory == NULL) {
+        ZKQGeneral_RecordSystemErrorEx(logContext, ZKQ_LOG_ERROR, HERE, errno);
+        return 0;
+    }
+    const struct dirent* entry;
+    while ((entry = readdir(directory)) != NULL) {
+        char path[PATH_SIZE + 257];
+        snprintf(path, sizeof path, "%s/%s", settings->directory, entry->d_name);
+        if (!IsIgnored(settings, entry->d_name))
+            Look(watch, path, entry->d_name, round);
+    }
+    closedir(directory);
+    DropVanished(watch, round);
+    ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_DEBUG, HERE, "round %d: %zu files", round, watch->count);
+    return 1;
+}
+
+/* Shows what the log has grown by. */
+static void ShowLog(void)
+{
+    char path[128];
+    char block[4096];
+    size_t count;
+    if (!ZKQGeneral_GetAppLogFile(logContext, path))
+        return;
+    FILE* log = fopen(path, "rb");
+    if (log == NULL)
+        return;
+    fseek(log, shownLog, SEEK_SET);
+    while ((count = fread(block, 1, sizeof block, log)) > 0)
+        fwrite(block, 1, count, stdout);
+    shownLog = ftell(log);
+    fclose(log);
+    fflush(stdout);
+}
+
+static void Pause(int milliseconds)
+{
+    const struct timespec pause = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    nanosleep(&pause, NULL);
+}
+
+static int Run(Settings* settings)
+{
+    char self[PATH_SIZE + 1] = "";
+    Watch watch = {NULL, 0, 0};
+    int done = 1;
+    ZKQGeneral_GetModuleFileName(NULL, self, PATH_SIZE);
+    ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_INFO, HERE, "%s watches %s", self, settings->directory);
+    for (int round = 1; done && round <= settings->rounds; ++round) {
+        done = WatchOnce(&watch, settings, round);
+        ShowLog();
+        if (done && round < settings->rounds)
+            Pause(settings->interval);
+    }
+    ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_INFO, HERE, done ? "done" : "given up");
+    ShowLog();
+    free(watch.files);
+    return done;
+}
+
+int main(int argc, char** argv)
+{
+    Settings settings;
+    if (argc != 2) {
+        fprintf(stderr, "usage: %s SETTINGS.ini\n", argv[0]);
+        return 2;
+    }
+    if (!ReadSettings(argv[1], &settings) || !OpenLog(&settings)) {
+        fprintf(stderr, "%s: %s\n", argv[0], ZKQGeneral_GetGeneralErrorInfo());
+        return 1;
+    }
+    const int done = Run(&settings);
+    ZKQGeneral_FreeLogCtx(logContext);
+    ZKQGeneral_FreeParseLineInfoBuffer(settings.ignore, settings.ignoreCount);
+    return done ? 0 : 1;
+}

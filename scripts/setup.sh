@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the project needs. Safe to run twice: with all of them there, nothing is done.
+#
+#   scripts/setup.sh          to build and to test
+#   scripts/setup.sh bench    and to run the benchmarks
+#   scripts/setup.sh all      and to run every check of the CI
+set -euo pipefail
+
+packages=(
+    g++ cmake ninja-build pkg-config libc-bin    # building
+    libcli11-dev                                 # the tool
+    libgtest-dev binutils bsdutils util-linux git # testing
+)
+bench=(libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev python3)
+checks=(clang clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
+
+case "${1:-}" in
+"") ;;
+bench) packages+=("${bench[@]}") ;;
+all) packages+=("${bench[@]}" "${checks[@]}") ;;
+*)
+    echo "usage: $0 [bench|all]" >&2
+    exit 2
+    ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$status" = installed ] || missing+=("$package")
+done
+if [ ${#missing[@]} -eq 0 ]; then
+    echo "setup: all packages are installed"
+    exit 0
+fi
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+        echo "setup: to install ${missing[*]}, run this as root or install sudo" >&2
+        exit 1
+    }
+    as_root=(sudo)
+fi
+echo "setup: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
