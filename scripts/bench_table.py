@@ -1,0 +1,164 @@
+#!/usr/bin/env python3
+"""Prints the library against its peers as one Markdown table, from the JSON files of Google Benchmark."""
+
+import json
+import math
+import re
+import statistics
+import sys
+
+# Two programs that make the same system calls still differ by a few percent from run to run.
+NO_SLOWER = 1.05
+# What doubles with its input has exponent 1. A little more is the price of leaving the caches, and peers pay it too.
+LINEAR = 1.15
+# With a larger spread than this a verdict is a guess, and is marked as one.
+UNSTEADY = 0.5
+
+SIZES = {10_000: "10 KB", 100_000: "100 KB", 1_000_000: "1 MB", 10_000_000: "10 MB"}
+FILES = {4096: "4 KB", 1 << 20: "1 MB", 100 << 20: "100 MB"}
+NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def rows():
+    """Yields (what, our benchmark, name of the peer, the peer's benchmarks and how often each, bar or None)."""
+    for threads in (1, 2, 4):
+        place = f"threads:{threads}"
+        title = f"{threads} thread{'s' if threads > 1 else ''}"
+        for ours, name in (("always", "record, always on"), ("switched", "record, own switch"),
+                           ("printf", "printf-style record")):
+            # The bar is for a text that is ready. The formatted record shows what formatting adds.
+            bar = 1.15 if threads == 1 and ours != "printf" else None
+            yield (f"{name}, {title}", f"log/record/{ours}/{place}", "open, flock, write, unlock, close",
+                   [(1, f"log/record/floor/{place}")], bar)
+            yield (f"{name}, {title}", f"log/record/{ours}/{place}", "spdlog, flush each",
+                   [(1, f"log/record/spdlog/{place}")], None)
+    for ours, name in (("switched", "all logs off"), ("level", "level off"), ("fixed", "level off, fixed levels"),
+                       ("printf", "printf-style, all logs off")):
+        yield (f"record, {name}", f"log/off/{ours}", "time()", [(1, "log/off/time")], 2.0)
+
+    for size, title in SIZES.items():
+        for peer in ("inih", "GKeyFile"):
+            yield (f"profile, last key of {title}", f"inifile/read/ours/{size}", peer,
+                   [(1, f"inifile/read/{peer}/{size}")], 0.2)
+    for size, title in SIZES.items():
+        yield (f"profile, write a key into {title}", f"inifile/write/ours/{size}", "2 memcpy + our read",
+               [(2, f"inifile/write/memcpy/{size}"), (1, f"inifile/read/ours/{size}")], 1.0)
+
+    for size, title in FILES.items():
+        yield (f"copy a file of {title}", f"file/copy/ours/{size}", "read/write loop",
+               [(1, f"file/copy/loop/{size}")], NO_SLOWER)
+    yield ("copy a file of 100 MB", f"file/copy/ours/{100 << 20}", "cp", [(1, f"file/copy/cp/{100 << 20}")], NO_SLOWER)
+    for size, title in FILES.items():
+        for peer, name in (("loop", "fstat, malloc, read loop"), ("lstat", "lstat, malloc, read loop")):
+            yield (f"read a file of {title}", f"file/read/ours/{size}", name, [(1, f"file/read/{peer}/{size}")],
+                   NO_SLOWER)
+
+    for count in (1_000, 10_000, 100_000, 1_000_000):
+        for peer, name in (("string", "std::string"), ("vector", "std::vector")):
+            yield (f"append {count} pieces of 16 bytes", f"string/append/ours/{count}", name,
+                   [(1, f"string/append/{peer}/{count}")], None)
+    for count in (10, 100, 1_000, 10_000, 100_000, 1_000_000):
+        yield (f"split {count} tokens", f"string/split/ours/{count}", "strtok_r, strdup",
+               [(1, f"string/split/strtok_r/{count}")], None)
+
+
+# What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).
+GROWTH = (
+    ("profile, last key", "inifile/read/ours", "inih", "inifile/read/inih", SIZES),
+    ("profile, write a key", "inifile/write/ours", "memcpy", "inifile/write/memcpy", SIZES),
+    ("append pieces", "string/append/ours", "std::string", "string/append/string", (1_000, 10_000, 100_000, 1_000_000)),
+    ("split tokens", "string/split/ours", "strtok_r", "string/split/strtok_r",
+     (10, 100, 1_000, 10_000, 100_000, 1_000_000)),
+)
+
+
+def load(paths):
+    """Returns the times of all repetitions in nanoseconds, by benchmark; raises ValueError if one failed."""
+    times = {}
+    for path in paths:
+        with open(path, encoding="utf-8") as file:
+            for run in json.load(file)["benchmarks"]:
+                if run.get("error_occurred"):
+                    raise ValueError(f"{run['name']}: {run['error_message']}")
+                if run["run_type"] != "iteration":
+                    continue
+                # The clock is the one the benchmark asked for: elapsed time where files or threads are involved.
+                clock = "real_time" if re.search("/(real|manual)_time", run["run_name"]) else "cpu_time"
+                name = re.sub("/(iterations:[0-9]+|repeats:[0-9]+|real_time|manual_time)", "", run["run_name"])
+                times.setdefault(name, []).append(run[clock] * NANOSECONDS[run["time_unit"]])
+    return times
+
+
+def show_time(nanoseconds):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}" if nanoseconds < 100 * size else f"{nanoseconds / size:.0f} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+def spread(values):
+    """The middle half of the repetitions, as a part of their median."""
+    if len(values) < 4:
+        return 0.0
+    quarters = statistics.quantiles(values, n=4)
+    return (quarters[2] - quarters[0]) / quarters[1]
+
+
+def exponent(times, name, sizes):
+    """The slope of time over size, both as logarithms: 1 is linear, 2 quadratic."""
+    xs = [math.log(size) for size in sizes]
+    ys = [math.log(statistics.median(times[f"{name}/{size}"])) for size in sizes]
+    mean_x, mean_y = statistics.fmean(xs), statistics.fmean(ys)
+    return sum((x - mean_x) * (y - mean_y) for x, y in zip(xs, ys)) / sum((x - mean_x) ** 2 for x in xs)
+
+
+def verdict(value, bar):
+    return "" if bar is None else "met" if value <= bar else "missed"
+
+
+def line(*cells):
+    print("| " + " | ".join(cells) + " |")
+
+
+def print_ratios(times):
+    line("What", "Ours", "Peer", "Peer's time", "Ratio", "Bar", "Spread", "")
+    line("---", "---:", "---", "---:", "---:", "---:", "---:", "---")
+    for what, ours, peer, parts, bar in rows():
+        names = [ours] + [name for _, name in parts]
+        if any(name not in times for name in names):
+            continue
+        our_time = statistics.median(times[ours])
+        peer_time = sum(factor * statistics.median(times[name]) for factor, name in parts)
+        ratio = our_time / peer_time
+        noise = max(spread(times[name]) for name in names)
+        line(what, show_time(our_time), peer, show_time(peer_time), f"{ratio:.3g}", f"{bar:.3g}" if bar else "",
+             f"{noise:.0%}", verdict(ratio, bar) + (", unsteady" if bar and noise > UNSTEADY else ""))
+
+
+def print_growth(times):
+    measured = [row for row in GROWTH
+                if all(f"{name}/{size}" in times for name in (row[1], row[3]) for size in row[4])]
+    if not measured:
+        return
+    print()
+    line("Growth with the input (1 is linear)", "Ours", "Peer", "Peer's", "Bar", "")
+    line("---", "---:", "---", "---:", "---:", "---")
+    for what, ours, peer, peer_name, sizes in measured:
+        slope = exponent(times, ours, sizes)
+        line(what, f"{slope:.2f}", peer, f"{exponent(times, peer_name, sizes):.2f}", f"{LINEAR}",
+             verdict(slope, LINEAR))
+
+
+def main():
+    try:
+        times = load(sys.argv[1:])
+    except (OSError, ValueError, KeyError) as error:
+        print(f"bench_table.py: {error}", file=sys.stderr)
+        return 1
+    print_ratios(times)
+    print_growth(times)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
