@@ -192,7 +192,7 @@ void ZKQGeneral_TrimString(char* String, int TrimFlag)
 DWORD ZKQGeneral_GetPrivateProfileString_Mem(LPCTSTR lpAppName, LPCTSTR lpKeyName, LPCTSTR lpDefault,
                                              LPTSTR lpReturnedString, DWORD nSize, const char* IniBuffer)
 {
-    if (lpReturnedString == nullptr) {
+    if (lpReturnedString == nullptr || lpDefault == nullptr) {
         GeneralMisc_SetSystemError(EINVAL);
         return 0;
     }
@@ -202,19 +202,21 @@ DWORD ZKQGeneral_GetPrivateProfileString_Mem(LPCTSTR lpAppName, LPCTSTR lpKeyNam
         error = FindProfileValue(IniBuffer, OrEmpty(lpAppName), lpKeyName, &value);
     if (error == EINVAL)
         GeneralMisc_SetSystemError(error);
-    return OutputValue(error == 0 ? value : OrEmpty(lpDefault), lpReturnedString, nSize);
+    return OutputValue(error == 0 ? value : lpDefault, lpReturnedString, nSize);
 }
 
 DWORD ZKQGeneral_GetPrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpKeyName, LPCTSTR lpDefault,
                                          LPTSTR lpReturnedString, DWORD nSize, LPCTSTR lpFileName)
 {
-    if (lpAppName == nullptr || lpKeyName == nullptr || lpReturnedString == nullptr) {
+    if (lpReturnedString == nullptr || lpDefault == nullptr) {
         GeneralMisc_SetSystemError(EINVAL);
-        return lpReturnedString == nullptr ? 0 : OutputValue(OrEmpty(lpDefault), lpReturnedString, nSize);
+        return 0;
     }
     ProfileFile file;
-    if (!file.Load(lpFileName))
-        return OutputValue(OrEmpty(lpDefault), lpReturnedString, nSize);
+    if (lpAppName == nullptr)
+        GeneralMisc_SetSystemError(EINVAL);
+    if (lpAppName == nullptr || !file.Load(lpFileName))
+        return OutputValue(lpDefault, lpReturnedString, nSize);
     return ZKQGeneral_GetPrivateProfileString_Mem(lpAppName, lpKeyName, lpDefault, lpReturnedString, nSize,
                                                   file.CString());
 }

@@ -83,7 +83,8 @@ ZKQ_API BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName);
  * @brief Copies a file with its mode bits.
  * @param lpExistingFileName  The source. A directory fails with `EISDIR`; through a symbolic link as many bytes are
  * copied as the link's own text is long.
- * @param lpNewFileName       The destination, created or overwritten. The source itself is refused with `EINVAL`.
+ * @param lpNewFileName       The destination, created or overwritten; only a regular file gets the mode. The source
+ * itself is refused with `EINVAL`.
  * @param bFailIfExists       Non-zero: an existing destination fails with `EEXIST`.
  * @return `TRUE`, or `FALSE` with the reason. A source that ends early or a destination that fills up returns `FALSE`
  *         without a new error text and leaves a partial destination.

@@ -26,7 +26,8 @@ extern "C" {
  * @brief Reads the value of a key from a profile file.
  * @param lpAppName         The section.
  * @param lpKeyName         The key. Comments are not skipped: "#k" finds the line "#k=1".
- * @param lpDefault         Used when the key is not found, the file cannot be read, or a bad line comes first.
+ * @param lpDefault         Not null; used when the key is not found, the file cannot be read, or a bad line comes
+ * first.
  * @param lpReturnedString  Receives the value or the default, cut to the buffer.
  * @param nSize             Size of `lpReturnedString` in bytes; 0 writes nothing.
  * @param lpFileName        The file.
@@ -39,7 +40,7 @@ ZKQ_API DWORD ZKQGeneral_GetPrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpKe
  * @brief Reads the value of a key from a profile text; see ZKQGeneral_GetPrivateProfileString().
  * @param lpAppName         The section; null counts as "".
  * @param lpKeyName         The key.
- * @param lpDefault         Used when the key is not found or a bad line comes first.
+ * @param lpDefault         Not null; used when the key is not found or a bad line comes first.
  * @param lpReturnedString  Receives the value or the default, cut to the buffer.
  * @param nSize             Size of `lpReturnedString` in bytes; 0 writes nothing.
  * @param IniBuffer         The text.
