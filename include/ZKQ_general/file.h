@@ -70,8 +70,8 @@ ZKQ_API BOOL ZKQGeneral_CreateShortCut(LPCTSTR ExefullPath, LPCTSTR filedescript
 /**
  * @brief Deletes a directory with all it holds.
  *
- * Links inside are removed and never followed, not even when something is swapped in while the function runs. The file
- * system's root is refused with `EBUSY`.
+ * Links inside are removed and never followed, not even when something is swapped in while the function runs. The root
+ * directory is never deleted: other names of it fail with `EBUSY`, and "/" without its slash does not exist.
  *
  * @param DirectoryName  The directory, shorter than 300 bytes (`ENAMETOOLONG`). A path that does not exist is success;
  * a plain file or a link to a directory fails with `ENOTDIR` and stays.
@@ -81,10 +81,10 @@ ZKQ_API BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName);
 
 /**
  * @brief Copies a file with its mode bits.
- * @param lpExistingFileName  The source. A directory fails with `EISDIR`; through a symbolic link as many bytes are
- * copied as the link's own text is long.
- * @param lpNewFileName       The destination, created or overwritten; only a regular file gets the mode. The source
- * itself is refused with `EINVAL`.
+ * @param lpExistingFileName  The source. A directory fails with `EISDIR`; through a symbolic link as many bytes are copied
+ *                            as the link's own text is long.
+ * @param lpNewFileName       The destination, created or overwritten; only a regular file gets the mode. The
+ *                            source itself is refused with `EINVAL`.
  * @param bFailIfExists       Non-zero: an existing destination fails with `EEXIST`.
  * @return `TRUE`, or `FALSE` with the reason. A source that ends early or a destination that fills up returns `FALSE`
  *         without a new error text and leaves a partial destination.

@@ -117,8 +117,8 @@ ZKQ_API BOOL ZKQGeneral_DeletePrivateProfileSection(LPCTSTR lpAppName, LPCTSTR l
  * @param OutBuffer  Receives the new text, released with ZKQGeneral_FreeMallocBuffer(); see
  *                   ZKQGeneral_WritePrivateProfileString_Mem() about failures.
  * @param OutLength  Receives the length of the new text with its NUL; not set after a failure.
- * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM`: the room allowed is that of the old text less two bytes,
- * so a text from which too little is deleted fails.
+ * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM`: the new text must be shorter than the old
+ *         one, so a text from which nothing is deleted fails.
  */
 ZKQ_API BOOL ZKQGeneral_DeletePrivateProfileSection_Mem(LPCTSTR lpAppName, const char* IniBuffer, char** OutBuffer,
                                                         int* OutLength);

@@ -68,8 +68,7 @@ public:
 
     bool Record(int level, const std::string& text) const
     {
-        char format[] = "%s";
-        return ZKQGeneral_RecordAppLogToFileEx_V(context_, level, format, text.c_str());
+        return ZKQGeneral_RecordAppLogToFileEx_V(context_, level, "%s", text.c_str());
     }
 
 private:
