@@ -15,11 +15,11 @@ extern "C" {
  * @brief Returns the text of the last failure in this process.
  *
  * Before any failure the text is "Function call successed!". Success never clears it, so it is meaningful only right
- * after a call that failed. There is one text for the whole process, without a lock: a thread may see another thread's
- * reason.
+ * after a call that failed. There is one text for the whole process, without a lock: a thread may see another
+ * thread's reason.
  *
- * @return The text itself, at most 255 bytes and a NUL: never null, neither to be freed nor written, and changed by the
- *         next failing call.
+ * @return The text itself, at most 255 bytes and a NUL: never null, neither to be freed nor written, and changed by
+ *         the next failing call.
  */
 ZKQ_API char* ZKQGeneral_GetGeneralErrorInfo(void);
 

@@ -3,7 +3,8 @@
  * @brief Existence, length and kind of paths; temporary files; directory trees; copying; whole files in one call.
  *
  * Kinds and lengths are those of the path itself: a symbolic link is not followed, and its length is that of its own
- * text. CopyFile and GetFileContent take their length from there too, so through a link they see only that many bytes.
+ * text. CopyFile and GetFileContent take their length from there too, so through a link they see only that many
+ * bytes.
  */
 #ifndef ZKQ_GENERAL_FILE_H
 #define ZKQ_GENERAL_FILE_H
@@ -44,9 +45,10 @@ ZKQ_API BOOL ZKQGeneral_IsDirectoryName(LPCTSTR Name, BOOL* bDir);
  *
  * @param FileName    Receives the name.
  * @param prefix      Start of the name; at most 288 bytes.
- * @param BuffLength  Size of `FileName` in bytes. Too small fails with `ENOBUFS` and leaves the created file in place.
- * @return `TRUE`, or `FALSE` with "Cann't create a unique tmpfile!", `ENOBUFS`, or `ENAMETOOLONG` for a prefix that is
- * too long.
+ * @param BuffLength  Size of `FileName` in bytes. Too small fails with `ENOBUFS` and leaves the created file in
+ *                    place.
+ * @return `TRUE`, or `FALSE` with "Cann't create a unique tmpfile!", `ENOBUFS`, or `ENAMETOOLONG` for a prefix that
+ *         is too long.
  */
 ZKQ_API BOOL ZKQGeneral_MyCreateTempFile(LPTSTR FileName, LPCTSTR prefix, int BuffLength);
 
@@ -70,21 +72,21 @@ ZKQ_API BOOL ZKQGeneral_CreateShortCut(LPCTSTR ExefullPath, LPCTSTR filedescript
 /**
  * @brief Deletes a directory with all it holds.
  *
- * Links inside are removed and never followed, not even when something is swapped in while the function runs. The root
- * directory is never deleted: other names of it fail with `EBUSY`, and "/" without its slash does not exist.
+ * Links inside are removed and never followed, not even when something is swapped in while the function runs. The
+ * root directory is never deleted: other names of it fail with `EBUSY`, and "/" without its slash does not exist.
  *
- * @param DirectoryName  The directory, shorter than 300 bytes (`ENAMETOOLONG`). A path that does not exist is success;
- * a plain file or a link to a directory fails with `ENOTDIR` and stays.
+ * @param DirectoryName  The directory, shorter than 300 bytes (`ENAMETOOLONG`). A path that does not exist is
+ *                       success; a plain file or a link to a directory fails with `ENOTDIR` and stays.
  * @return `TRUE`, or `FALSE` with the reason; what was deleted before a failure stays deleted.
  */
 ZKQ_API BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName);
 
 /**
  * @brief Copies a file with its mode bits.
- * @param lpExistingFileName  The source. A directory fails with `EISDIR`; through a symbolic link as many bytes are copied
- *                            as the link's own text is long.
- * @param lpNewFileName       The destination, created or overwritten; only a regular file gets the mode. The
- *                            source itself is refused with `EINVAL`.
+ * @param lpExistingFileName  The source. A directory fails with `EISDIR`; through a symbolic link as many bytes are
+ *                            copied as the link's own text is long.
+ * @param lpNewFileName       The destination, created or overwritten; only a regular file gets the mode. The source
+ *                            itself is refused with `EINVAL`.
  * @param bFailIfExists       Non-zero: an existing destination fails with `EEXIST`.
  * @return `TRUE`, or `FALSE` with the reason. A source that ends early or a destination that fills up returns `FALSE`
  *         without a new error text and leaves a partial destination.
@@ -94,10 +96,10 @@ ZKQ_API BOOL ZKQGeneral_CopyFile(LPCTSTR lpExistingFileName, LPCTSTR lpNewFileNa
 /**
  * @brief Reads a whole file into a buffer of the library's making.
  * @param FileName  The file. A directory fails with `EISDIR`, a file above 2147483647 bytes with `EFBIG`. Files that
- * claim no length (/proc, FIFOs, devices) read as empty and are not opened.
- * @param Buffer    Receives the content, followed by 100 zero bytes so that a text may be used as a string; the caller
- *                  releases it with ZKQGeneral_FreeMallocBuffer(). Null asks for the size alone; null after a failed
- * read.
+ *                  claim no length (/proc, FIFOs, devices) read as empty and are not opened.
+ * @param Buffer    Receives the content, followed by 100 zero bytes so that a text may be used as a string; the
+ *                  caller releases it with ZKQGeneral_FreeMallocBuffer(). Null asks for the size alone; null after a
+ *                  failed read.
  * @param Size      Receives the length of the content in bytes; may be null.
  * @return `TRUE`, or `FALSE` with the reason.
  */
@@ -106,8 +108,8 @@ ZKQ_API BOOL ZKQGeneral_GetFileContent(const char* FileName, unsigned char** Buf
 /**
  * @brief Creates or overwrites a file with the given bytes, in place and not atomically.
  *
- * What the C library still holds buffered when the file is closed is not checked: a few bytes written to a full device
- * may go unnoticed.
+ * What the C library still holds buffered when the file is closed is not checked: a few bytes written to a full
+ * device may go unnoticed.
  *
  * @param FileName  The file.
  * @param Buffer    The bytes; may be null if `Size` is 0.

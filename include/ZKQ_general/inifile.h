@@ -2,16 +2,17 @@
  * @file inifile.h
  * @brief Reading and writing profile ("INI") texts, in files and in memory.
  *
- * A text is a sequence of lines, each cut at its first carriage return. "[name]" in the first column starts a section;
- * ";" and "#" in the first column start a comment; any other line is an entry "key = value", with blanks trimmed from
- * both ends of key and value. Lines before the first header belong to the section "". Section and key names compare
- * without regard to ASCII case, and the first match in the text wins. A line holds at most 4095 bytes (a last line
- * without its line feed 4094: it is cut); a longer line fails with `EINVAL`, and so does a "[" without "]".
+ * A text is a sequence of lines, each cut at its first carriage return. "[name]" in the first column starts a
+ * section; ";" and "#" in the first column start a comment; any other line is an entry "key = value", with blanks
+ * trimmed from both ends of key and value. Lines before the first header belong to the section "". Section and key
+ * names compare without regard to ASCII case, and the first match in the text wins. A line holds at most 4095 bytes
+ * (a last line without its line feed 4094: it is cut); a longer line fails with `EINVAL`, and so does a "[" without
+ * "]".
  *
  * Every operation exists twice: on a file, and as `_Mem` on a text. The file variants read the whole file as
  * ZKQGeneral_GetFileContent() does and rewrite it in place, without a lock and not atomically. They keep blank lines;
- * the
- * `_Mem` variants drop them. A null section name counts as "" in the `_Mem` variants and fails in the file variants.
+ * the `_Mem` variants drop them. A null section name counts as "" in the `_Mem` variants and fails in the file
+ * variants.
  */
 #ifndef ZKQ_GENERAL_INIFILE_H
 #define ZKQ_GENERAL_INIFILE_H
@@ -27,7 +28,7 @@ extern "C" {
  * @param lpAppName         The section.
  * @param lpKeyName         The key. Comments are not skipped: "#k" finds the line "#k=1".
  * @param lpDefault         Not null; used when the key is not found, the file cannot be read, or a bad line comes
- * first.
+ *                          first.
  * @param lpReturnedString  Receives the value or the default, cut to the buffer.
  * @param nSize             Size of `lpReturnedString` in bytes; 0 writes nothing.
  * @param lpFileName        The file.
@@ -55,8 +56,8 @@ ZKQ_API DWORD ZKQGeneral_GetPrivateProfileString_Mem(LPCTSTR lpAppName, LPCTSTR 
  * @param lpKeyName   The key.
  * @param nDefault    Returned when there is no value or an empty one.
  * @param lpFileName  The file.
- * @return The leading decimal number of the value as strtol() reads it (0 if there is none, so "0x10" gives 0), cut to
- * 32 bits; a negative number comes back as its unsigned pattern.
+ * @return The leading decimal number of the value as strtol() reads it (0 if there is none, so "0x10" gives 0), cut
+ *         to 32 bits; a negative number comes back as its unsigned pattern.
  */
 ZKQ_API UINT ZKQGeneral_GetPrivateProfileInt(LPCTSTR lpAppName, LPCTSTR lpKeyName, INT nDefault, LPCTSTR lpFileName);
 
@@ -74,9 +75,9 @@ ZKQ_API UINT ZKQGeneral_GetPrivateProfileInt_Mem(LPCTSTR lpAppName, LPCTSTR lpKe
 /**
  * @brief Sets or deletes a key of a profile file, which is created if it does not exist.
  *
- * The entry is written as "key = value": in place of the first match of the section (and of each later section of that
- * name), else at the end of the section, else in a new section at the end of the file. When a header without "]" is met
- * the file holds only what came before it.
+ * The entry is written as "key = value": in place of the first match of the section (and of each later section of
+ * that name), else at the end of the section, else in a new section at the end of the file. When a header without "]"
+ * is met the file holds only what came before it.
  *
  * @param lpAppName   The section.
  * @param lpKeyName   The key.
@@ -88,16 +89,17 @@ ZKQ_API BOOL ZKQGeneral_WritePrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpK
                                                   LPCTSTR lpFileName);
 
 /**
- * @brief Sets or deletes a key of a profile text; see ZKQGeneral_WritePrivateProfileString(). Mind the argument order.
+ * @brief Sets or deletes a key of a profile text; see ZKQGeneral_WritePrivateProfileString(). Mind the argument
+ * order.
  * @param IniBuffer  The text; not changed.
  * @param lpAppName  The section; null counts as "".
  * @param lpKeyName  The key.
  * @param lpString   The value; null deletes the key.
  * @param OutBuffer  Receives the new text, released with ZKQGeneral_FreeMallocBuffer(). After a failure it holds what
- * had been written so far, to be released all the same, or null.
+ *                   had been written so far, to be released all the same, or null.
  * @param OutLength  Receives the length of the new text with its NUL; not set after a failure.
- * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM` when memory, or the room allowed for the new text (the old
- *         text, the names, the value and 64 bytes), ran out.
+ * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM` when memory, or the room allowed for the new text (the
+ *         old text, the names, the value and 64 bytes), ran out.
  */
 ZKQ_API BOOL ZKQGeneral_WritePrivateProfileString_Mem(const char* IniBuffer, LPCTSTR lpAppName, LPCTSTR lpKeyName,
                                                       LPCTSTR lpString, char** OutBuffer, int* OutLength);
@@ -117,16 +119,16 @@ ZKQ_API BOOL ZKQGeneral_DeletePrivateProfileSection(LPCTSTR lpAppName, LPCTSTR l
  * @param OutBuffer  Receives the new text, released with ZKQGeneral_FreeMallocBuffer(); see
  *                   ZKQGeneral_WritePrivateProfileString_Mem() about failures.
  * @param OutLength  Receives the length of the new text with its NUL; not set after a failure.
- * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM`: the new text must be shorter than the old
- *         one, so a text from which nothing is deleted fails.
+ * @return `TRUE`, or `FALSE` with `EINVAL`, or with `ENOMEM`: the new text must be shorter than the old one, so a
+ *         text from which nothing is deleted fails.
  */
 ZKQ_API BOOL ZKQGeneral_DeletePrivateProfileSection_Mem(LPCTSTR lpAppName, const char* IniBuffer, char** OutBuffer,
                                                         int* OutLength);
 
 /**
  * @brief Lists the section names of a profile file, as often as they occur.
- * @param lpszReturnBuffer  Receives NUL-terminated names one after another and a final NUL. A name that does not fit is
- * cut and ends the list. After a header without "]" the list has no final NUL.
+ * @param lpszReturnBuffer  Receives NUL-terminated names one after another and a final NUL. A name that does not fit
+ *                          is cut and ends the list. After a header without "]" the list has no final NUL.
  * @param nSize             Size of `lpszReturnBuffer` in bytes; 0 writes nothing.
  * @param lpFileName        The file; one that cannot be read gives an empty list.
  * @return The bytes used without the final NUL; 0 with the reason.
@@ -146,7 +148,7 @@ ZKQ_API DWORD ZKQGeneral_GetPrivateProfileSectionNames_Mem(LPTSTR lpszReturnBuff
  * @brief Lists the keys of a section of a profile file, as often as they occur. Comments and blank lines are skipped.
  * @param lpAppName         The section.
  * @param lpszReturnBuffer  Receives the list, in the form of ZKQGeneral_GetPrivateProfileSectionNames(); left alone
- * when the file cannot be read.
+ *                          when the file cannot be read.
  * @param nSize             Size of `lpszReturnBuffer` in bytes; 0 writes nothing.
  * @param IniFile           The file.
  * @return The bytes used without the final NUL; 0 with the reason.

@@ -2,15 +2,15 @@
  * @file log.h
  * @brief Log contexts with switches that an operator edits while programs run, and the records written through them.
  *
- * A context writes to up to three files in its log directory: the program's own log "<project>.log", and two logs named
- * after the executable and its process, "<program>[<pid>].log" and "<program>[<pid>]_2.log". Which are on, and for
- * which levels, stands in the profile file "tamor.ini" of that directory, section "applog": the keys are the project
- * name, "allapp" and "allapp2", the values sums of levels. It is read again when a record is attempted more than 60
- * seconds after it was last read. The directory is never created.
+ * A context writes to up to three files in its log directory: the program's own log "<project>.log", and two logs
+ * named after the executable and its process, "<program>[<pid>].log" and "<program>[<pid>]_2.log". Which are on, and
+ * for which levels, stands in the profile file "tamor.ini" of that directory, section "applog": the keys are the
+ * project name, "allapp" and "allapp2", the values sums of levels. It is read again when a record is attempted more
+ * than 60 seconds after it was last read. The directory is never created.
  *
  * Every record opens its file, locks it with flock(), appends and closes it, so that processes may share a log and a
- * log may be removed at any time. Records never fail loudly: a log that cannot be written loses them. Logging does not
- * change the error text, except for the failures named below.
+ * log may be removed at any time. Records never fail loudly: a log that cannot be written loses them. Logging does
+ * not change the error text, except for the failures named below.
  */
 #ifndef ZKQ_GENERAL_LOG_H
 #define ZKQ_GENERAL_LOG_H
@@ -36,12 +36,12 @@ typedef struct APPLOGINFO {
     const char* ProjectName; /**< The program's name, at most 31 bytes. */
     int RecordTime;          /**< Non-zero: records of the own log carry the time. */
     int MaxBinaryLength;     /**< Most bytes a dump shows; 0 means 4096, otherwise held within 16..4096. */
-    int MaxFileLength; /**< Bytes above which the own log is deleted before the next record; 0 turns all size checks
-                          off,   also that of the other two logs, which are deleted above 100 MiB. */
+    int MaxFileLength; /**< Bytes above which the own log is deleted before the next record; the other two logs are
+                                  deleted above 100 MiB. 0 turns all size checks off. */
     int hWnd;          /**< Non-zero: records go to a window, which on this platform discards them, and not to files. */
     int Msg;           /**< Kept with the context; not used on this platform. */
     const char* TempPath; /**< Version 1: log directory, at most 95 bytes with its "/"; null or "" means the directory
-                         "log" beside the working directory. */
+                                  "log" beside the working directory. */
     int RecordProcessID;  /**< Version 2: non-zero: records of the own log carry "[PID: n]". */
     int RecordThreadID;   /**< Version 2: non-zero: records of the own log carry "[TID: X]". */
     const char* SubName;  /**< Version 3: a second name shown in records, at most 15 bytes; may be null. */
@@ -56,7 +56,7 @@ typedef struct APPLOGINFO {
  *
  * @param AppInfo  Describes the program; read only during the call.
  * @param LogCtx   Receives the context, released with ZKQGeneral_FreeLogCtx(). Left alone if an argument is refused,
- * null after a later failure.
+ *                 null after a later failure.
  * @return `TRUE`, or `FALSE` with `EINVAL` for names that are missing or too long, or with the system's reason. A log
  *         directory that does not exist is no failure.
  */
@@ -97,7 +97,8 @@ ZKQ_API BOOL ZKQGeneral_SetLogWnd(void* LogCtx, HWND hWnd);
  * @param IniFileName  The file's name; ".ini" is appended unless it ends so.
  * @param Section      The section.
  * @param AppName      The key.
- * @return `TRUE` if the integer is not zero; `FALSE` if it is, if it is missing, or with `EINVAL` for a null argument.
+ * @return `TRUE` if the integer is not zero; `FALSE` if it is, if it is missing, or with `EINVAL` for a null
+ *         argument.
  */
 ZKQ_API BOOL ZKQGeneral_IsNeedRecordAppLog(LPCTSTR IniFileName, LPCTSTR Section, LPCTSTR AppName);
 
@@ -132,8 +133,8 @@ ZKQ_API BOOL ZKQGeneral_RecordLogInfo(void* LogCtx, const char* FileName, int Li
  * @param FileName  Source file, shown without its directories; null counts as "".
  * @param Line      Source line.
  * @param LogInfo   The text, of any length; null counts as "".
- * @return `FALSE` with `EINVAL` for a null context; `FALSE` without a new error text if the second shared log is on but
- *         cannot be written; otherwise `TRUE`, also when nothing was to be written or another log could not be.
+ * @return `FALSE` with `EINVAL` for a null context; `FALSE` without a new error text if the second shared log is on
+ *         but cannot be written; otherwise `TRUE`, also when nothing was to be written or another log could not be.
  */
 ZKQ_API BOOL ZKQGeneral_RecordLogInfoEx(void* LogCtx, int Level, const char* FileName, int Line, const char* LogInfo);
 

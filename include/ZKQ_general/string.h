@@ -19,8 +19,8 @@ extern "C" {
  * @param pszString     The text.
  * @param pszTokenizer  The separators, each byte one of them.
  * @param Count         Receives the number of tokens, 0 for a text without any.
- * @return An array of `*Count` texts and a final null, released with ZKQGeneral_FreeParseLineInfoBuffer(); a token for
- *         which memory ran out is a null entry. Null with `EINVAL` or `ENOMEM`. Callers take turns on one lock.
+ * @return An array of `*Count` texts and a final null, released with ZKQGeneral_FreeParseLineInfoBuffer(); a token
+ *         for which memory ran out is a null entry. Null with `EINVAL` or `ENOMEM`. Callers take turns on one lock.
  */
 ZKQ_API char** ZKQGeneral_ParseLineInfo(const char* pszString, const char* pszTokenizer, int* Count);
 

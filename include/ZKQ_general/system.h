@@ -14,9 +14,9 @@ extern "C" {
 /**
  * @brief Returns the full path of the running program or of a loaded module.
  * @param hModule     Null for the program; otherwise a handle from dlopen(). Modules that do not export "_init" fail
- * with the loader's text.
+ *                    with the loader's text.
  * @param lpFilename  Receives the path. The buffer is filled with zeros first; a path as long as the buffer or longer
- * is cut, and for the program itself then has no NUL.
+ *                    is cut, and for the program itself then has no NUL.
  * @param nSize       Size of `lpFilename` in bytes.
  * @return The length of the path placed in the buffer, or 0 with the reason.
  */
@@ -30,8 +30,8 @@ ZKQ_API DWORD ZKQGeneral_GetModuleFileName(void* hModule, LPTSTR lpFilename, DWO
  *
  * @param FileName      The text to look for, a file name as a rule.
  * @param FullPathName  Receives the path; a buffer of 300 bytes.
- * @return `TRUE` if found. `FALSE` without a new error text if not; `FALSE` with the reason if the map cannot be read,
- * or with `ENAMETOOLONG` for a path of 300 bytes and more.
+ * @return `TRUE` if found. `FALSE` without a new error text if not; `FALSE` with the reason if the map cannot be
+ *         read, or with `ENAMETOOLONG` for a path of 300 bytes and more.
  */
 ZKQ_API BOOL ZKQGeneral_GetModuleFileName2(const char* FileName, char* FullPathName);
 
