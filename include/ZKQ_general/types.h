@@ -20,20 +20,16 @@
 
 #include <stdint.h>
 
-#if defined(__GNUC__)
+/** Marks a function that the shared object exports. */
 #define ZKQ_API __attribute__((visibility("default")))
 /** The compiler checks the arguments from parameter `first` on (counted from 1) against the printf format `text`. */
 #define ZKQ_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
-#else
-#define ZKQ_API
-#define ZKQ_PRINTF(text, first)
-#endif
 
 #ifndef TRUE
-#define TRUE 1
+#define TRUE 1 /**< Success, or yes. */
 #endif
 #ifndef FALSE
-#define FALSE 0
+#define FALSE 0 /**< Failure, or no. */
 #endif
 
 typedef int BOOL;            /**< Truth value: `TRUE` or `FALSE`. */

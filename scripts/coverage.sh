@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Line and branch coverage of the library by its tests; fails below the bar.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+cmake --preset coverage >/dev/null
+cmake --build --preset coverage --parallel "$(nproc)"
+find build/coverage -name '*.gcda' -delete
+ctest --preset coverage --parallel "$(nproc)" --output-on-failure | tail -n 3
+gcovr --root . --filter 'src/' --object-directory build/coverage --exclude-throw-branches --fail-under-line 99 \
+    --print-summary "$@" build/coverage

@@ -1,0 +1,72 @@
+/* A caller in C: one call of every family, with its result. */
+#include <ZKQ_general.h>
+#include <stdio.h>
+#include <string.h>
+
+static int failures;
+
+static void Check(const char* family, int good)
+{
+    if (!good) {
+        printf("%s has failed: %s\n", family, ZKQGeneral_GetGeneralErrorInfo());
+        ++failures;
+    }
+}
+
+static void CheckErrorAndFile(void)
+{
+    BOOL directory = FALSE;
+    Check("error", strcmp(ZKQGeneral_GetGeneralErrorInfo(), "Function call successed!") == 0);
+    Check("file", ZKQGeneral_IsDirectoryName("/", &directory) == TRUE && directory == TRUE);
+    Check("file", ZKQGeneral_IsFileExist("/no such file anywhere") == FALSE);
+    Check("error", strcmp(ZKQGeneral_GetGeneralErrorInfo(), "Function call successed!") != 0);
+}
+
+static void CheckSystem(void)
+{
+    char path[300];
+    Check("system", ZKQGeneral_GetTempPath(sizeof path, path) == 5 && strcmp(path, "/tmp/") == 0);
+    Check("system", ZKQGeneral_GetModuleFileName(NULL, path, sizeof path) > 0 && strstr(path, "c_caller") != NULL);
+}
+
+static void CheckProfile(void)
+{
+    char value[10];
+    char* text = NULL;
+    int length = 0;
+    Check("inifile", ZKQGeneral_WritePrivateProfileString_Mem("", "A", "k", "v", &text, &length) == TRUE);
+    Check("inifile", length == 11 && strcmp(text, "[A]\nk = v\n") == 0);
+    Check("inifile", ZKQGeneral_GetPrivateProfileString_Mem("A", "k", "", value, sizeof value, text) == 1);
+    ZKQGeneral_FreeMallocBuffer(text);
+}
+
+static void CheckString(void)
+{
+    int count = 0;
+    unsigned char bytes[3] = {1, 2, 3};
+    char** tokens = ZKQGeneral_ParseLineInfo("a b", " ", &count);
+    void* memory = ZKQGeneral_MEM_malloc(0);
+    Check("string", tokens != NULL && count == 2);
+    ZKQGeneral_FreeParseLineInfoBuffer(tokens, count);
+    Check("string", ZKQGeneral_MEM_Write(memory, bytes, 3) == 3 && ZKQGeneral_MEM_Read(memory, bytes, 5) == 3);
+    ZKQGeneral_MEM_free(memory);
+}
+
+static void CheckLog(void)
+{
+    void* context = NULL;
+    APPLOGINFO info = {0};
+    info.ProjectName = NULL;
+    Check("log", ZKQGeneral_IsNeedLogFile(&info, &context) == FALSE && context == NULL);
+    ZKQGeneral_FreeLogCtx(context);
+}
+
+int main(void)
+{
+    CheckErrorAndFile();
+    CheckSystem();
+    CheckProfile();
+    CheckString();
+    CheckLog();
+    return failures == 0 ? 0 : 1;
+}
