@@ -23,6 +23,7 @@ constexpr uint64_t kNameStep = 7777;
 
 constexpr size_t kContentMargin = 100;   // zero bytes behind a whole file in memory
 constexpr size_t kCopyBlock = 32 * 1024; // on the stack
+constexpr size_t kSmallCopy = 16 * 1024; // up to here a copy inside the kernel costs more than it saves
 constexpr size_t kCopyRange = 1ul << 30; // most that one request copies inside the kernel
 constexpr int kMaxDirectoryDepth = 1024; // bounds the recursion; descriptors run out at about that depth, too
 
@@ -164,16 +165,24 @@ int RemoveEntries(UniqueFd directory, int depth)
     }
 }
 
-bool SameFile(const struct stat& a, const struct stat& b)
+bool SameFile(const struct statx& a, const struct statx& b)
 {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    return a.stx_dev_major == b.stx_dev_major && a.stx_dev_minor == b.stx_dev_minor && a.stx_ino == b.stx_ino;
 }
 
-bool IsRootDirectory(int directory)
+/// EBUSY if an opened directory is the root, 0 if it is not, or another errno value if that cannot be told.
+int RefuseRoot(int directory)
 {
-    struct stat status;
-    struct stat root;
-    return fstat(directory, &status) == 0 && stat("/", &root) == 0 && SameFile(status, root);
+    const UniqueFd root = OpenDirectory(AT_FDCWD, "/");
+    struct statx status;
+    struct statx rootStatus;
+    if (!root.IsOpen())
+        return errno;
+    if (const int error = LookAt(directory, &status))
+        return error;
+    if (const int error = LookAt(root.Get(), &rootStatus))
+        return error;
+    return SameFile(status, rootStatus) ? EBUSY : 0;
 }
 
 /// Copies in blocks what the kernel did not copy by itself; false if either side ends early.
@@ -193,13 +202,13 @@ bool CopyBlocks(int from, int to, size_t length)
 
 bool CopyBytes(int from, int to, size_t length)
 {
-    while (length > 0) {
+    while (length > kSmallCopy) {
         const ssize_t count = copy_file_range(from, nullptr, to, nullptr, std::min(length, kCopyRange), 0);
         if (count <= 0)
-            return CopyBlocks(from, to, length);
+            break;
         length -= static_cast<size_t>(count);
     }
-    return true;
+    return CopyBlocks(from, to, length);
 }
 
 } // namespace
@@ -213,13 +222,21 @@ int OpenNoWait(const char* path, int flags, mode_t mode)
     return fd;
 }
 
-int OpenForWriting(const char* path, int flags)
+int LookAt(int fd, struct statx* status)
 {
-    const int fd = OpenNoWait(path, flags | O_WRONLY | O_CREAT, 0666);
-    struct stat status;
-    if (fd >= 0 && fstat(fd, &status) == 0 && !S_ISREG(status.st_mode))
-        fcntl(fd, F_SETFL, flags & O_APPEND);
-    return fd;
+    return statx(fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_MODE | STATX_INO | STATX_SIZE, status) == 0 ? 0 : errno;
+}
+
+int OpenForWriting(const char* path, int flags, struct statx* status)
+{
+    UniqueFd file(OpenNoWait(path, flags | O_WRONLY | O_CREAT, 0666));
+    if (!file.IsOpen())
+        return -1;
+    if (LookAt(file.Get(), status) != 0)
+        return -1;
+    if (!S_ISREG(status->stx_mode))
+        fcntl(file.Get(), F_SETFL, flags & O_APPEND);
+    return file.Release();
 }
 
 int WriteAll(int fd, std::string_view bytes)
@@ -357,8 +374,8 @@ BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName)
     UniqueFd directory = OpenDirectory(AT_FDCWD, path);
     if (!directory.IsOpen())
         return FailWithErrno();
-    if (IsRootDirectory(directory.Get()))
-        return Fail(EBUSY);
+    if (const int error = RefuseRoot(directory.Get()))
+        return Fail(error);
     if (const int error = RemoveEntries(std::move(directory), 0))
         return Fail(error);
     return rmdir(path) == 0 ? TRUE : FailWithErrno();
@@ -377,19 +394,20 @@ BOOL ZKQGeneral_CopyFile(LPCTSTR lpExistingFileName, LPCTSTR lpNewFileName, BOOL
     if (!source.IsOpen())
         return FailWithErrno();
     // Not truncated yet: a file copied onto itself must not lose its content.
-    const UniqueFd target(OpenForWriting(lpNewFileName, 0));
-    struct stat from;
-    struct stat to;
-    if (!target.IsOpen() || fstat(source.Get(), &from) != 0 || fstat(target.Get(), &to) != 0)
+    struct statx from;
+    struct statx to;
+    const UniqueFd target(OpenForWriting(lpNewFileName, 0, &to));
+    if (!target.IsOpen() || LookAt(source.Get(), &from) != 0)
         return FailWithErrno();
     if (SameFile(from, to))
         return Fail(EINVAL);
-    if (S_ISREG(to.st_mode) && ftruncate(target.Get(), 0) != 0)
+    // An empty file is left alone: file systems write out at once what replaces truncated content.
+    if (S_ISREG(to.stx_mode) && to.stx_size > 0 && ftruncate(target.Get(), 0) != 0)
         return FailWithErrno();
     if (!CopyBytes(source.Get(), target.Get(), length))
         return FALSE;
-    if (S_ISREG(to.st_mode))
-        fchmod(target.Get(), from.st_mode & 07777);
+    if (S_ISREG(to.stx_mode))
+        fchmod(target.Get(), from.stx_mode & 07777);
     return TRUE;
 }
 
@@ -402,7 +420,8 @@ BOOL ZKQGeneral_SetFileContent(const char* FileName, const unsigned char* Buffer
 {
     if (FileName == nullptr || Size < 0 || (Buffer == nullptr && Size > 0))
         return Fail(EINVAL);
-    UniqueFd descriptor(OpenForWriting(FileName, O_TRUNC));
+    struct statx status;
+    UniqueFd descriptor(OpenForWriting(FileName, O_TRUNC, &status));
     if (!descriptor.IsOpen())
         return FailWithErrno();
     if (Size == 0)

@@ -49,7 +49,8 @@ bool FitsLine(const ProfileEdit& edit)
 
 BOOL Overwrite(LPCTSTR fileName, std::string_view text)
 {
-    const UniqueFd file(OpenForWriting(fileName, O_TRUNC));
+    struct statx status;
+    const UniqueFd file(OpenForWriting(fileName, O_TRUNC, &status));
     if (!file.IsOpen())
         return FailWithErrno();
     return Finish(WriteAll(file.Get(), text));

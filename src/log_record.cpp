@@ -370,7 +370,8 @@ bool RecordFormattedTo(const Record& record, Formatted& text, Pieces trailer, in
 /// Appends a text and a line feed to a file, cut to the size of a formatted text.
 BOOL AppendLine(LPCTSTR FileName, std::string_view text)
 {
-    UniqueFd file(OpenForWriting(FileName, O_APPEND));
+    struct statx status;
+    UniqueFd file(OpenForWriting(FileName, O_APPEND, &status));
     if (!file.IsOpen())
         return FailWithErrno();
     iovec line[] = {ToVector(text), ToVector("\n")};

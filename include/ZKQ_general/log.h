@@ -6,7 +6,8 @@
  * named after the executable and its process, "<program>[<pid>].log" and "<program>[<pid>]_2.log". Which are on, and
  * for which levels, stands in the profile file "tamor.ini" of that directory, section "applog": the keys are the
  * project name, "allapp" and "allapp2", the values sums of levels. It is read again when a record is attempted more
- * than 60 seconds after it was last read. The directory is never created.
+ * than 60 seconds after it was last read. The directory is `TempPath`, or the directory "log" beside the working
+ * directory; it is never created. Where sizes are limited the shared logs are deleted above 100 MiB.
  *
  * Every record opens its file, locks it with flock(), appends and closes it, so that processes may share a log and a
  * log may be removed at any time. Records never fail loudly: a log that cannot be written loses them. Logging does
@@ -36,12 +37,10 @@ typedef struct APPLOGINFO {
     const char* ProjectName; /**< The program's name, at most 31 bytes. */
     int RecordTime;          /**< Non-zero: records of the own log carry the time. */
     int MaxBinaryLength;     /**< Most bytes a dump shows; 0 means 4096, otherwise held within 16..4096. */
-    int MaxFileLength; /**< Bytes above which the own log is deleted before the next record; the other two logs are
-                                  deleted above 100 MiB. 0 turns all size checks off. */
-    int hWnd;          /**< Non-zero: records go to a window, which on this platform discards them, and not to files. */
-    int Msg;           /**< Kept with the context; not used on this platform. */
-    const char* TempPath; /**< Version 1: log directory, at most 95 bytes with its "/"; null or "" means the directory
-                                  "log" beside the working directory. */
+    int MaxFileLength;       /**< Bytes above which the own log is deleted; 0: no log is deleted for its size. */
+    int hWnd; /**< Non-zero: records go to a window, which on this platform discards them, and not to files. */
+    int Msg;  /**< Kept with the context; not used on this platform. */
+    const char* TempPath; /**< Version 1: log directory, at most 95 bytes with its "/"; null: beside the working one. */
     int RecordProcessID;  /**< Version 2: non-zero: records of the own log carry "[PID: n]". */
     int RecordThreadID;   /**< Version 2: non-zero: records of the own log carry "[TID: X]". */
     const char* SubName;  /**< Version 3: a second name shown in records, at most 15 bytes; may be null. */

@@ -15,8 +15,8 @@ constexpr std::string_view kAssign = " = ";
 
 const char* FindOrEnd(const char* begin, const char* end, char c)
 {
-    const std::string_view text(begin, static_cast<size_t>(end - begin));
-    return begin + std::min(text.find(c), text.size());
+    const void* found = begin == end ? nullptr : memchr(begin, c, static_cast<size_t>(end - begin));
+    return found == nullptr ? end : static_cast<const char*>(found);
 }
 
 void Classify(ProfileLine* line)
@@ -148,9 +148,9 @@ int ProfileOutput::Reserve(size_t length)
 /// Begins a line of `length` bytes; 0 or ENOMEM.
 int ProfileOutput::Start(size_t length)
 {
-    if (inMemory_)
-        return size_ + length + kMemoryMargin > capacity_ ? ENOMEM : 0;
-    return Reserve(length + 1);
+    if (size_ + length + kMemoryMargin <= capacity_)
+        return 0;
+    return inMemory_ ? ENOMEM : Reserve(length + 1);
 }
 
 void ProfileOutput::Append(std::string_view text)
