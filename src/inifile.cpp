@@ -148,6 +148,18 @@ DWORD ListNames(LPTSTR buffer, DWORD size, const char* text, NameOf nameOf)
     return list.Finish();
 }
 
+/// Finds a value in a text; otherwise the value is `fallback`, with the error text set for a bad line or argument.
+std::string_view FindValue(LPCTSTR section, LPCTSTR key, std::string_view fallback, const char* text)
+{
+    int error = EINVAL;
+    std::string_view value;
+    if (key != nullptr && text != nullptr)
+        error = FindProfileValue(text, OrEmpty(section), key, &value);
+    if (error == EINVAL)
+        GeneralMisc_SetSystemError(error);
+    return error == 0 ? value : fallback;
+}
+
 DWORD OutputValue(std::string_view value, LPTSTR buffer, DWORD size)
 {
     return static_cast<DWORD>(GeneralMisc_OutputString(value, buffer, size, 1));
@@ -197,13 +209,7 @@ DWORD ZKQGeneral_GetPrivateProfileString_Mem(LPCTSTR lpAppName, LPCTSTR lpKeyNam
         GeneralMisc_SetSystemError(EINVAL);
         return 0;
     }
-    int error = EINVAL;
-    std::string_view value;
-    if (lpKeyName != nullptr && IniBuffer != nullptr)
-        error = FindProfileValue(IniBuffer, OrEmpty(lpAppName), lpKeyName, &value);
-    if (error == EINVAL)
-        GeneralMisc_SetSystemError(error);
-    return OutputValue(error == 0 ? value : lpDefault, lpReturnedString, nSize);
+    return OutputValue(FindValue(lpAppName, lpKeyName, lpDefault, IniBuffer), lpReturnedString, nSize);
 }
 
 DWORD ZKQGeneral_GetPrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpKeyName, LPCTSTR lpDefault,
@@ -224,13 +230,7 @@ DWORD ZKQGeneral_GetPrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpKeyName, L
 
 UINT ZKQGeneral_GetPrivateProfileInt_Mem(LPCTSTR lpAppName, LPCTSTR lpKeyName, INT nDefault, const char* IniBuffer)
 {
-    int error = EINVAL;
-    std::string_view value;
-    if (lpKeyName != nullptr && IniBuffer != nullptr)
-        error = FindProfileValue(IniBuffer, OrEmpty(lpAppName), lpKeyName, &value);
-    if (error == EINVAL)
-        GeneralMisc_SetSystemError(error);
-    return ProfileInteger(error == 0 ? value : std::string_view{}, nDefault);
+    return ProfileInteger(FindValue(lpAppName, lpKeyName, {}, IniBuffer), nDefault);
 }
 
 UINT ZKQGeneral_GetPrivateProfileInt(LPCTSTR lpAppName, LPCTSTR lpKeyName, INT nDefault, LPCTSTR lpFileName)
