@@ -176,10 +176,10 @@ void ZKQGeneral_MEM_free(void* Ptr)
 int ZKQGeneral_MEM_Write(void* Ptr, const unsigned char* Buf, int Size)
 {
     auto* object = static_cast<GMEM*>(Ptr);
-    if (!GMEM_IsValid(object) || (Buf == nullptr && Size > 0))
-        return 0;
     int overwritten = 0;
-    if (Size > 0 && object->WritePos < object->Size) {
+    if (GMEM_IsValid(object) && Buf == nullptr && Size > 0)
+        return 0;
+    if (GMEM_IsValid(object) && Size > 0 && object->WritePos < object->Size) {
         overwritten = std::min(Size, object->Size - object->WritePos);
         memcpy(object->Buf + object->WritePos, Buf, static_cast<size_t>(overwritten));
         object->WritePos += overwritten;

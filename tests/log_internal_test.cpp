@@ -286,6 +286,7 @@ TEST(LibraryLog, MemoryFailuresAreLoggedInGbkWithSourceAndLine)
     support::MarkErrorText();
     GMEM dead = {};
     EXPECT_EQ(GMEM_Append(&dead, nullptr, 1), EINVAL);
+    EXPECT_EQ(ZKQGeneral_MEM_Write(nullptr, nullptr, 1), 0);
     auto* object = static_cast<GMEM*>(ZKQGeneral_MEM_malloc(16));
     object->Max = object->Size = object->WritePos = INT32_MAX - 10; // as if it had grown that far
     unsigned char byte[16] = {};
@@ -298,6 +299,7 @@ TEST(LibraryLog, MemoryFailuresAreLoggedInGbkWithSourceAndLine)
     const std::string bad = "[Error] " + ToGbk("输入的内存指针不合法，无法得到内存对象！") + " - string,";
     const std::string full = "[Error] " + ToGbk("内存分配失败，无法为内存对象扩容！") + " - string,";
     EXPECT_EQ(log.substr(0, bad.size()), bad);
+    EXPECT_EQ(log.find(bad, 1), log.find('\n') + 1) << "a write to no object is told as well";
     EXPECT_NE(log.find("\n" + full), std::string::npos) << log;
 }
 

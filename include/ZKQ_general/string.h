@@ -53,7 +53,8 @@ ZKQ_API void ZKQGeneral_MEM_free(void* Ptr);
  * @param Ptr   The object.
  * @param Buf   The bytes.
  * @param Size  Their number; 0 or less appends nothing.
- * @return `Size`; 0 if the object is not valid or memory ran out, which then left the object as it was.
+ * @return `Size`; 0 if the object is not valid or memory ran out, which then left the object as it was. Both are told in
+ *         the library's own log, "general.log", if that is switched on.
  */
 ZKQ_API int ZKQGeneral_MEM_Write(void* Ptr, const unsigned char* Buf, int Size);
 
