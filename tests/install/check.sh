@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # An installed copy serves a C program through pkg-config and a C++ program through CMake, also after it has been moved.
 set -euo pipefail
-build=$1 source=$2 cmake=$3 cc=$4 cxx=$5
+build=$1 source=$2 cmake=$3 generator=$4 cc=$5 cxx=$6
 work=$(mktemp -d "$build/install-test.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
@@ -23,7 +23,7 @@ expect() {
     $(pkg-config --cflags --libs ZKQ_general)
 expect "the C program" "$("$work/consumer_c")" $'5 /tmp/\nFunction call successed!'
 
-"$cmake" -S "$source/consumer_cxx" -B "$work/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+"$cmake" -G "$generator" -S "$source/consumer_cxx" -B "$work/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 "$cmake" --build "$work/build" >/dev/null
 expect "the C++ program" "$("$work/build/consumer")" "2 a b"
 

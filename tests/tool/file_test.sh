@@ -86,14 +86,16 @@ plant
 run file rmtree --yes tree//
 expect_silence
 [[ ! -e tree ]] || fail 'not deleted'
-plant
-on_terminal n "$ZKQ" file rmtree tree
-expect_equal "$status" 1
-grep -q 'delete "tree" and all it holds?' out || fail 'no question'
-[[ -e tree/branch/leaf ]] || fail 'deleted against the answer'
-on_terminal y "$ZKQ" file rmtree tree
-expect_equal "$status" 0
-[[ ! -e tree ]] || fail 'not deleted'
+if has_terminal; then
+    plant
+    on_terminal n "$ZKQ" file rmtree tree
+    expect_equal "$status" 1
+    grep -q 'delete "tree" and all it holds?' out || fail 'no question'
+    [[ -e tree/branch/leaf ]] || fail 'deleted against the answer'
+    on_terminal y "$ZKQ" file rmtree tree
+    expect_equal "$status" 0
+    [[ ! -e tree ]] || fail 'not deleted'
+fi
 
 run file rmtree --yes none
 expect_failure 'cannot delete none: No such file or directory'

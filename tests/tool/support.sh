@@ -78,6 +78,14 @@ wait_until() {
     fail "waited in vain for: $*"
 }
 
+# Whether the system has terminals to give.
+has_terminal() {
+    script -qec true /dev/null </dev/null >/dev/null 2>&1 || {
+        echo "no pseudo-terminal here: what a terminal shows is not tested"
+        return 1
+    }
+}
+
 # Runs a command line on a terminal of its own, with the given line typed into it.
 on_terminal() {
     local typed=$1
