@@ -12,7 +12,7 @@ packages=(
     libgtest-dev binutils bsdutils util-linux git # testing
 )
 bench=(libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev python3)
-checks=(clang clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
+checks=(clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 
 case "${1:-}" in
 "") ;;

@@ -63,6 +63,7 @@ const char* FormatSecond(LOGCTX* ctx, time_t second)
     ctx->FormattedSecond = second;
     TextBuilder text(ctx->FormattedTime);
     tm local;
+    tzset(); // localtime_r() alone would miss that the program has changed its zone
     if (localtime_r(&second, &local) == nullptr)
         return ctx->FormattedTime;
     text.Add('[').AddDecimal(local.tm_year + 1900L, 4).Add('-').AddDecimal(local.tm_mon + 1, 2);

@@ -110,6 +110,8 @@ struct DirectoryLength {
     size_t length;
     bool endsInSlash;
     bool accepted;
+
+    friend void PrintTo(const DirectoryLength& row, std::ostream* out) { *out << row.length; }
 };
 
 class LogDirectoryLength : public testing::TestWithParam<DirectoryLength> {};
@@ -205,6 +207,8 @@ struct SwitchCase {
     int ownMask;
     int allMask;
     int all2Mask;
+
+    friend void PrintTo(const SwitchCase& row, std::ostream* out) { *out << row.name; }
 };
 
 class LogSwitches : public testing::TestWithParam<SwitchCase> {};
@@ -249,7 +253,7 @@ INSTANTIATE_TEST_SUITE_P(Table, LogSwitches,
                                          SwitchCase{"old_means_all", 1, 3, 0, 0, -1, 0, 0},
                                          SwitchCase{"old_shared", 1, 0, 1, 0, 0, -1, 0},
                                          SwitchCase{"old_second_takes_own", 1, 3, 0, 5, -1, 0, -1},
-                                         SwitchCase{"old_second_alone", 0, 0, 0, 5, 0, 0, 0}),
+                                         SwitchCase{"old_second_alone", 1, 0, 0, 5, 0, 0, 0}),
                          [](const auto& row) { return row.param.name; });
 
 TEST(LogContext, AlwaysLogIsTheMaskAndIgnoresTheSwitches)
@@ -330,6 +334,8 @@ TEST(LogContext, WithAWindowNoFileIsCreated)
 struct DumpLength {
     int given;
     int shown;
+
+    friend void PrintTo(const DumpLength& row, std::ostream* out) { *out << row.given; }
 };
 
 class MaxBinaryLength : public testing::TestWithParam<DumpLength> {};

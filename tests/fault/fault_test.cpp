@@ -38,6 +38,8 @@ struct Scenario {
     std::vector<std::string> tolerated;
     /// It fails without a text of its own when these fail.
     std::vector<std::string> silent;
+
+    friend void PrintTo(const Scenario& row, std::ostream* out) { *out << row.name; }
 };
 
 bool Has(const std::vector<std::string>& list, const std::string& name)
