@@ -145,3 +145,14 @@ run log tail gbk.log
 cmp gbk.log out || fail 'bytes have changed'
 run log tail --gbk gbk.log
 expect_output 'a 内存 b?'
+
+# The library's own log, "general", lies beside the working directory and is made when the library is loaded.
+mkdir -p own/app own/log
+run log level --dir own/log general error
+(cd own/app && "$ZKQ" --version >/dev/null)
+[[ -f own/log/general.log ]] || fail 'the library has not made its log'
+expect_equal "$(stat -c '%a %s' own/log/general.log)" '666 0'
+run log level --dir own/log general off
+rm own/log/general.log
+(cd own/app && "$ZKQ" --version >/dev/null)
+[[ ! -e own/log/general.log ]] || fail 'the library has made a log that is off'
