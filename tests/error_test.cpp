@@ -13,6 +13,7 @@
 
 #include "support/buffer.h"
 #include "support/error_text.h"
+#include "support/heap.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -202,7 +203,7 @@ TEST(FreeMallocBuffer, ReleasesWhatTheLibraryHandsOut)
 
 TEST(FreeMallocBuffer, IsTheHeapsFree)
 {
-    ZKQGeneral_FreeMallocBuffer(malloc(10));
+    support::ExpectNothingLeaks([] { ZKQGeneral_FreeMallocBuffer(malloc(10)); });
 }
 
 } // namespace

@@ -93,6 +93,17 @@ TEST_F(LogClock, ATimeWithoutALocalFormIsUnknown)
                                        "[2024-05-06 07:07:08.012][Error] text - main.c,120\n");
 }
 
+TEST_F(LogClock, AnUnknownTimeDoesNotShowTheLastKnownOne)
+{
+    const LogContext ctx(info_);
+    EXPECT_TRUE(ctx.Write(8));
+    ++clockSeconds;
+    localTimeFails = true;
+    EXPECT_TRUE(ctx.Write(8));
+    EXPECT_EQ(ReadFile(dir_.OwnLog()), "[2024-05-06 07:07:08.012][Error] text - main.c,120\n"
+                                       "[Unkown Time][Error] text - main.c,120\n");
+}
+
 TEST_F(LogClock, SwitchesAreReadAfterMoreThan60Seconds)
 {
     info_.Version = 2;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "support/error_text.h"
+#include "support/heap.h"
 #include "support/log_context.h"
 
 namespace {
@@ -278,6 +279,22 @@ TEST(LogContext, AlwaysLogIsNotReadBelowVersion3)
     EXPECT_FALSE(Exists(dir.OwnLog()));
 }
 
+TEST(LogContext, ProcessAndThreadAreShownFromVersion2On)
+{
+    for (const int version : {1, 2}) {
+        LogDir dir;
+        dir.Switch("server", 15);
+        AppInfo info(dir, version);
+        info.RecordProcessID = 1;
+        info.RecordThreadID = 1;
+        const LogContext ctx(info);
+        EXPECT_TRUE(ctx.Write(ZKQ_LOG_INFO));
+        const std::string log = ReadFile(dir.OwnLog());
+        EXPECT_EQ(log.find("[PID: ") != std::string::npos, version == 2) << log;
+        EXPECT_EQ(log.find("[TID: ") != std::string::npos, version == 2) << log;
+    }
+}
+
 TEST(LogContext, FilesThatAreOnAreCreatedWithMode0666)
 {
     LogDir dir;
@@ -406,6 +423,13 @@ TEST(LogContext, NullContextIsRefused)
     ZKQGeneral_FreeLogCtx(nullptr);
 }
 
+TEST(LogContext, FreeingReleasesTheContext)
+{
+    LogDir dir;
+    AppInfo info(dir);
+    support::ExpectNothingLeaks([&] { const LogContext ctx(info); });
+}
+
 TEST(LogContext, NullNamesAreRefused)
 {
     LogDir dir;
@@ -478,6 +502,17 @@ TEST(StandAloneSwitch, ReadsFromTheTemporaryDirectory)
     EXPECT_TRUE(ZKQGeneral_IsNeedRecordAppLog(name.c_str(), "S", "K"));
     EXPECT_FALSE(ZKQGeneral_IsNeedRecordAppLog(name.c_str(), "S", "Z"));
     EXPECT_EQ(unlink(("/tmp/" + name + ".ini").c_str()), 0);
+}
+
+TEST(StandAloneSwitch, PathsHoldAtMost299Bytes)
+{
+    LogDir dir;
+    const std::string name(299 - dir.Path().size() - strlen("/.ini"), 'n');
+    WriteFile(dir.File(name + ".ini"), "[S]\nK=1\n");
+    EXPECT_TRUE(ZKQGeneral_IsNeedRecordAppLogEx(name.c_str(), "S", "K", dir.Path().c_str()));
+    support::MarkErrorText();
+    EXPECT_FALSE(ZKQGeneral_IsNeedRecordAppLogEx((name + "n").c_str(), "S", "K", dir.Path().c_str()));
+    EXPECT_SYSTEM_ERROR(ENAMETOOLONG);
 }
 
 TEST(StandAloneSwitch, RefusesNullAndLongNames)

@@ -180,6 +180,18 @@ TEST_F(Refresh, CreatesTheFilesThatWereSwitchedOn)
     }
 }
 
+TEST_F(Refresh, LeavesTheFilesOfUnchangedSwitchesAlone)
+{
+    const LogContext ctx(info_);
+    for (const std::string& path : {dir_.OwnLog(), dir_.SharedLog(), dir_.SharedLog2()})
+        ASSERT_EQ(unlink(path.c_str()), 0) << path;
+    Age(ctx, 100);
+    ctx.Write(2); // wanted by nobody
+    EXPECT_LT(time(nullptr) - Inside(ctx)->LastCheckTime, 60) << "the switches were read";
+    for (const std::string& path : {dir_.OwnLog(), dir_.SharedLog(), dir_.SharedLog2()})
+        EXPECT_NE(access(path.c_str(), F_OK), 0) << path;
+}
+
 TEST_F(Refresh, LeavesErrorTextAndErrnoAlone)
 {
     const LogContext ctx(info_);
@@ -230,6 +242,20 @@ TEST(ContextFields, AreWhatTheDescriptionSays)
     EXPECT_STREQ(ctx->ProjectName, "server");
     EXPECT_EQ(ctx->TempPath, dir.Path() + "/");
     EXPECT_EQ(ctx->fp, 0);
+}
+
+TEST(ContextFields, DescriptorsAreZeroBetweenRecords)
+{
+    LogDir dir;
+    for (const char* key : {"server", "allapp", "allapp2"})
+        dir.Switch(key, 15);
+    AppInfo info(dir);
+    const LogContext made(info);
+    EXPECT_TRUE(made.Write(8));
+    EXPECT_NE(ReadFile(dir.SharedLog2()), "");
+    EXPECT_EQ(Inside(made)->fp, 0);
+    EXPECT_EQ(Inside(made)->fp_All, 0);
+    EXPECT_EQ(Inside(made)->fp_All2, 0);
 }
 
 // The library's own context and lock.

@@ -250,6 +250,15 @@ TEST_F(LogRecord, DumpHeaderIsCutAt1023Bytes)
     EXPECT_EQ(log, "[Info ] " + std::string(1023, 'h') + "[Length: 0]\n\n");
 }
 
+TEST_F(LogRecord, LongDumpHeaderKeepsItsSource)
+{
+    const std::string text(1023, 'h');
+    const std::string log = OwnLogAfter([&](void* ctx) {
+        return ZKQGeneral_RecordBinaryLogInfoEx2(ctx, 2, nullptr, 0, "/s/r.c", 33, "%s", text.c_str());
+    });
+    EXPECT_EQ(log, "[Info ] " + text + "[Length: 0] r.c -33\n\n");
+}
+
 TEST_F(LogRecord, FormattedRecordsAndTheirTrailers)
 {
     const LogContext ctx(info_);

@@ -15,6 +15,7 @@
 #include "support/buffer.h"
 #include "support/child.h"
 #include "support/error_text.h"
+#include "support/heap.h"
 #include "support/paths.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -123,6 +124,15 @@ TEST(ParseLineInfo, TokensAreTextsOfTheirOwn)
     array[0] = nullptr;
     EXPECT_STREQ(array[1], "def");
     ZKQGeneral_FreeParseLineInfoBuffer(array, count);
+}
+
+TEST(ParseLineInfo, FreeingReleasesTokensAndArray)
+{
+    support::ExpectNothingLeaks([] {
+        int count = 0;
+        char** array = ZKQGeneral_ParseLineInfo("abc,def", ",", &count);
+        ZKQGeneral_FreeParseLineInfoBuffer(array, count);
+    });
 }
 
 TEST(ParseLineInfo, ManyAndLongTokens)
@@ -401,6 +411,14 @@ TEST(MemoryObject, WritingAfterDetachGrowsFromNothing)
         memory.ExpectPositions(length, 0, length);
         EXPECT_EQ(memory.Read(length), std::string(static_cast<size_t>(length), 'y'));
     }
+}
+
+TEST(MemoryObject, FreeingReleasesObjectAndData)
+{
+    support::ExpectNothingLeaks([] {
+        const Memory memory(100);
+        memory.Write(std::string(5000, 'x'));
+    });
 }
 
 TEST(MemoryObject, DetachTwiceAndWithoutData)
