@@ -507,11 +507,13 @@ TEST(StandAloneSwitch, ReadsFromTheTemporaryDirectory)
 TEST(StandAloneSwitch, PathsHoldAtMost299Bytes)
 {
     LogDir dir;
-    const std::string name(299 - dir.Path().size() - strlen("/.ini"), 'n');
-    WriteFile(dir.File(name + ".ini"), "[S]\nK=1\n");
-    EXPECT_TRUE(ZKQGeneral_IsNeedRecordAppLogEx(name.c_str(), "S", "K", dir.Path().c_str()));
+    const std::string deep = dir.File(std::string(100, 'd')); // one name alone may not be that long
+    ASSERT_EQ(mkdir(deep.c_str(), 0777), 0);
+    const std::string name(299 - deep.size() - strlen("/.ini"), 'n');
+    WriteFile(deep + "/" + name + ".ini", "[S]\nK=1\n");
+    EXPECT_TRUE(ZKQGeneral_IsNeedRecordAppLogEx(name.c_str(), "S", "K", deep.c_str()));
     support::MarkErrorText();
-    EXPECT_FALSE(ZKQGeneral_IsNeedRecordAppLogEx((name + "n").c_str(), "S", "K", dir.Path().c_str()));
+    EXPECT_FALSE(ZKQGeneral_IsNeedRecordAppLogEx((name + "n").c_str(), "S", "K", deep.c_str()));
     EXPECT_SYSTEM_ERROR(ENAMETOOLONG);
 }
 
