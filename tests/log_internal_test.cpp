@@ -262,6 +262,11 @@ TEST(ContextFields, DescriptorsAreZeroBetweenRecords)
 
 TEST(LibraryLog, IsTheProjectGeneral)
 {
+    char working[95];
+    if (getcwd(working, sizeof working) == nullptr) {
+        EXPECT_EQ(g_General_LogCtx, nullptr);
+        GTEST_SKIP() << "the working directory is too long for a log beside it";
+    }
     ASSERT_NE(g_General_LogCtx, nullptr);
     EXPECT_STREQ(g_General_LogCtx->ProjectName, "general");
     EXPECT_EQ(g_General_LogCtx->RecordTime, 1);
