@@ -127,10 +127,8 @@ private:
 template <class NameOf>
 DWORD ListNames(LPTSTR buffer, DWORD size, const char* text, NameOf nameOf)
 {
-    if (buffer == nullptr || text == nullptr) {
-        GeneralMisc_SetSystemError(EINVAL);
-        return 0;
-    }
+    if (buffer == nullptr || text == nullptr)
+        return FailWithZero(EINVAL);
     if (size == 0)
         return 0;
     NameList list(buffer, size);
@@ -138,10 +136,8 @@ DWORD ListNames(LPTSTR buffer, DWORD size, const char* text, NameOf nameOf)
     ProfileLine line;
     std::string_view name;
     while (reader.Next(&line)) {
-        if (line.kind == ProfileLine::kBadHeader || line.kind == ProfileLine::kTooLong) {
-            GeneralMisc_SetSystemError(EINVAL);
-            return 0;
-        }
+        if (line.kind == ProfileLine::kBadHeader || line.kind == ProfileLine::kTooLong)
+            return FailWithZero(EINVAL);
         if (nameOf(line, &name) && !list.Add(name))
             break;
     }
@@ -205,20 +201,16 @@ void ZKQGeneral_TrimString(char* String, int TrimFlag)
 DWORD ZKQGeneral_GetPrivateProfileString_Mem(LPCTSTR lpAppName, LPCTSTR lpKeyName, LPCTSTR lpDefault,
                                              LPTSTR lpReturnedString, DWORD nSize, const char* IniBuffer)
 {
-    if (lpReturnedString == nullptr || lpDefault == nullptr) {
-        GeneralMisc_SetSystemError(EINVAL);
-        return 0;
-    }
+    if (lpReturnedString == nullptr || lpDefault == nullptr)
+        return FailWithZero(EINVAL);
     return OutputValue(FindValue(lpAppName, lpKeyName, lpDefault, IniBuffer), lpReturnedString, nSize);
 }
 
 DWORD ZKQGeneral_GetPrivateProfileString(LPCTSTR lpAppName, LPCTSTR lpKeyName, LPCTSTR lpDefault,
                                          LPTSTR lpReturnedString, DWORD nSize, LPCTSTR lpFileName)
 {
-    if (lpReturnedString == nullptr || lpDefault == nullptr) {
-        GeneralMisc_SetSystemError(EINVAL);
-        return 0;
-    }
+    if (lpReturnedString == nullptr || lpDefault == nullptr)
+        return FailWithZero(EINVAL);
     ProfileFile file;
     if (lpAppName == nullptr)
         GeneralMisc_SetSystemError(EINVAL);
@@ -322,10 +314,8 @@ DWORD ZKQGeneral_GetPrivateProfileItemNames_Mem(LPCTSTR lpAppName, LPTSTR lpszRe
 DWORD ZKQGeneral_GetPrivateProfileItemNames(LPCTSTR lpAppName, LPTSTR lpszReturnBuffer, DWORD nSize,
                                             const char* IniFile)
 {
-    if (lpAppName == nullptr) {
-        GeneralMisc_SetSystemError(EINVAL);
-        return 0;
-    }
+    if (lpAppName == nullptr)
+        return FailWithZero(EINVAL);
     ProfileFile file;
     if (!file.Load(IniFile))
         return 0;

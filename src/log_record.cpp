@@ -368,7 +368,7 @@ bool RecordFormattedTo(const Record& record, Formatted& text, Pieces trailer, in
     return result ? TRUE : FALSE;
 }
 
-/// Appends a text and a line feed to a file, cut to the size of a formatted text.
+/// Appends a text and a line feed to a file.
 BOOL AppendLine(LPCTSTR FileName, std::string_view text)
 {
     struct statx status;

@@ -66,10 +66,8 @@ DWORD NameOfModule(void* hModule, LPTSTR lpFilename, DWORD nSize)
     if (dladdr(symbol, &info) == 0 || info.dli_fname == nullptr)
         return FailWithLoaderText();
     char fullPath[kPathSize];
-    if (const int error = MakeAbsoluteFileName(info.dli_fname, fullPath)) {
-        GeneralMisc_SetSystemError(error);
-        return 0;
-    }
+    if (const int error = MakeAbsoluteFileName(info.dli_fname, fullPath))
+        return FailWithZero(error);
     return static_cast<DWORD>(GeneralMisc_OutputString(fullPath, lpFilename, nSize, 1));
 }
 
@@ -138,10 +136,8 @@ int FindMappedPath(std::string_view map, std::string_view FileName, std::string_
 
 DWORD ZKQGeneral_GetModuleFileName(void* hModule, LPTSTR lpFilename, DWORD nSize)
 {
-    if (lpFilename == nullptr) {
-        GeneralMisc_SetSystemError(EINVAL);
-        return 0;
-    }
+    if (lpFilename == nullptr)
+        return FailWithZero(EINVAL);
     memset(lpFilename, 0, nSize);
     if (hModule != nullptr)
         return NameOfModule(hModule, lpFilename, nSize);
@@ -171,9 +167,7 @@ BOOL ZKQGeneral_GetModuleFileName2(const char* FileName, char* FullPathName)
 
 DWORD ZKQGeneral_GetTempPath(DWORD nBufferLength, LPTSTR lpBuffer)
 {
-    if (lpBuffer == nullptr) {
-        GeneralMisc_SetSystemError(EINVAL);
-        return 0;
-    }
+    if (lpBuffer == nullptr)
+        return FailWithZero(EINVAL);
     return static_cast<DWORD>(GeneralMisc_OutputString(kTempPath, lpBuffer, nBufferLength, 1));
 }

@@ -21,6 +21,13 @@ inline BOOL Fail(int SysErrorNO)
     return FALSE;
 }
 
+/// As Fail(), for functions that return a length.
+inline DWORD FailWithZero(int SysErrorNO)
+{
+    GeneralMisc_SetSystemError(SysErrorNO);
+    return 0;
+}
+
 /// Ends an exported function after a failed system call.
 inline BOOL FailWithErrno()
 {
