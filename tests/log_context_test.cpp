@@ -6,6 +6,7 @@
 #include "support/error_text.h"
 #include "support/heap.h"
 #include "support/log_context.h"
+#include "support/working_dir.h"
 
 namespace {
 
@@ -149,7 +150,7 @@ TEST(LogContext, WithoutDirectoryLogsBesideTheWorkingDirectory)
     LogDir dir;
     ASSERT_EQ(mkdir(dir.File("app").c_str(), 0777), 0);
     ASSERT_EQ(mkdir(dir.File("log").c_str(), 0777), 0);
-    ASSERT_EQ(chdir(dir.File("app").c_str()), 0);
+    const support::WorkingDir working(dir.File("app"));
     WriteFile(dir.File("log/tamor.ini"), "[applog]\nserver=2\n");
     char empty[] = "";
     AppInfo info(dir, 2);
@@ -166,7 +167,7 @@ TEST(LogContext, WithoutDirectoryLogsBesideTheWorkingDirectory)
 TEST(LogContext, WorkingDirectoryMayBeTheRoot)
 {
     LogDir dir;
-    ASSERT_EQ(chdir("/"), 0);
+    const support::WorkingDir working("/");
     AppInfo info(dir, 0);
     const LogContext ctx(info);
     EXPECT_EQ(OwnLogOf(ctx.Get()), "/log/server.log");
@@ -177,7 +178,7 @@ TEST(LogContext, WorkingDirectoryThatIsTooLongFails)
     LogDir dir;
     const std::string deep = dir.File(std::string(100, 'd'));
     ASSERT_EQ(mkdir(deep.c_str(), 0777), 0);
-    ASSERT_EQ(chdir(deep.c_str()), 0);
+    const support::WorkingDir working(deep);
     AppInfo info(dir, 0);
     void* ctx = Untouched();
     EXPECT_FALSE(ZKQGeneral_IsNeedLogFile(&info, &ctx));

@@ -8,6 +8,7 @@
 #include "messages_gbk.h"
 #include "support/error_text.h"
 #include "support/log_context.h"
+#include "support/working_dir.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ TEST(LogDirectory, OfAWorkingDirectoryThatJustFits)
         deep += "/" + std::string(last, 'l');
         ASSERT_EQ(mkdir(deep.c_str(), 0777), 0);
         ASSERT_EQ(deep.size(), 94u);
-        ASSERT_EQ(chdir(deep.c_str()), 0);
+        const support::WorkingDir working(deep);
         LOGCTX ctx = {};
         EXPECT_EQ(ProcessTempPath(&ctx, nullptr), error) << last;
         if (error == 0) {
