@@ -7,9 +7,9 @@
 set -euo pipefail
 
 packages=(
-    g++ cmake ninja-build pkg-config libc-bin    # building
-    libcli11-dev                                 # the tool
-    libgtest-dev binutils bsdutils util-linux git # testing
+    g++ cmake ninja-build pkg-config libc-bin zlib1g-dev # building
+    libcli11-dev                                         # the tool
+    libgtest-dev binutils bsdutils util-linux git        # testing
 )
 bench=(libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev python3)
 checks=(clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)

@@ -41,4 +41,7 @@ typedef int HWND;            /**< Window handle; a plain number on this platform
 typedef const char* LPCTSTR; /**< Read-only NUL-terminated text. */
 typedef char* LPTSTR;        /**< Writable text or text buffer. */
 
+/** What a thread runs, and what is told of progress: takes one argument of the size of a pointer and returns another. */
+typedef void* (*THREADPROC_C)(void*);
+
 #endif
