@@ -14,5 +14,6 @@
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/types.h>
+#include <ZKQ_general/zlib.h>
 
 #endif
