@@ -160,8 +160,8 @@ TEST(Extract, ModesAndTimes)
     const struct {
         const char* flag;
         mode_t mode;
-    } modes[] = {{"33188", 0644}, {"33261", 0755}, {"33024", 0400}, {"0", 0444},      {"33206", 0666},
-                 {"420", 0644},   {"35309", 04755}, {"", 0444},     {"letters", 0444}, {"33152 and more", 0600}};
+    } modes[] = {{"33188", 0644}, {"33261", 0755},  {"33024", 0400}, {"0", 0444},       {"33206", 0666},
+                 {"420", 0644},   {"35309", 04755}, {"", 0444},      {"letters", 0444}, {"33152 and more", 0600}};
     Cabinet cabinet;
     for (size_t i = 0; i < std::size(modes); ++i)
         cabinet.entries.push_back({.name = "f" + std::to_string(i), .content = "x", .accessFlag = modes[i].flag});
@@ -359,9 +359,8 @@ TEST_F(DirectoryText, TextEndsAtANul)
 TEST_F(DirectoryText, NumbersAreReadAsFarAsTheyGo)
 {
     const std::string count = std::to_string(compact);
-    for (const std::string& text :
-         {"Name = f\nStartPos = 128 and\nCompactSize = " + count + "x\nSize = +7.9\n",
-          "Name = f\nStartPos = 0128\nCompactSize = 00" + count + "\nSize = 07\n"}) {
+    for (const std::string& text : {"Name = f\nStartPos = 128 and\nCompactSize = " + count + "x\nSize = +7.9\n",
+                                    "Name = f\nStartPos = 0128\nCompactSize = 00" + count + "\nSize = 07\n"}) {
         EXPECT_TRUE(ExtractWith("[File0]\n" + text)) << support::ErrorText();
         EXPECT_EQ(ReadFile(dir.File("out/f")), "content");
         unlink(dir.File("out/f").c_str());
@@ -452,7 +451,8 @@ TEST(ExtractOneFile, PathsUpToTheLimit)
     const TempDir dir;
     const support::WorkingDir inside(dir.Path());
     Cabinet cabinet;
-    cabinet.entries = {{.name = support::NestedPath(295), .content = "x"}, {.name = support::NestedPath(296), .content = "x"}};
+    cabinet.entries = {{.name = support::NestedPath(295), .content = "x"},
+                       {.name = support::NestedPath(296), .content = "x"}};
     WriteFile("c", cabinet.Bytes());
     EXPECT_EQ(ExtractOne("c", "out", 0), "out/" + support::NestedPath(295));
     EXPECT_EQ(ReadFile("out/" + support::NestedPath(295)), "x");

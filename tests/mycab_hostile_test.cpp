@@ -24,8 +24,9 @@ using support::WriteFile;
 using Paths = std::vector<std::string>;
 
 constexpr int64_t kQuintillion = 1000000000000000000;
-constexpr int64_t kNumbers[] = {-1,         INT32_MIN,        INT64_MIN,    INT64_MIN + 1, INT32_MAX, 1L << 32,
-                                (1L << 32) + 128, kQuintillion, INT64_MAX - 127, INT64_MAX - 1, INT64_MAX};
+constexpr int64_t kNumbers[] = {-1,       INT32_MIN,        INT64_MIN,    INT64_MIN + 1,   INT32_MAX,
+                                1L << 32, (1L << 32) + 128, kQuintillion, INT64_MAX - 127, INT64_MAX - 1,
+                                INT64_MAX};
 
 /// A directory "box/out" to extract to, whose surroundings must stay as they are.
 class Box {
@@ -279,9 +280,8 @@ TEST(Hostile, TheSameNameTwice)
 TEST(Hostile, NamesThatLeadElsewhere)
 {
     const Box box;
-    for (const char* name :
-         {"/f", "//f", "..", "../f", "../../outside/file", "a/../../f", "a/..", "a/../f", "./../f", "a/b/../../../f",
-          "../out/f", ".././f", "/", "../box/out/f", "sub/../../../outside/f"}) {
+    for (const char* name : {"/f", "//f", "..", "../f", "../../outside/file", "a/../../f", "a/..", "a/../f", "./../f",
+                             "a/b/../../../f", "../out/f", ".././f", "/", "../box/out/f", "sub/../../../outside/f"}) {
         SCOPED_TRACE(name);
         Cabinet cabinet = One();
         cabinet.entries[0].name = name;
@@ -341,8 +341,8 @@ TEST(Hostile, LinksToDirectories)
     fs::create_directory_symlink("../../outside", box.OutFile("relative"));
     fs::create_directory(box.OutFile("sub"));
     fs::create_directory_symlink(box.Outside(), box.OutFile("sub/link"));
-    for (const char* name : {"link/file", "link/new", "relative/file", "link/sub/new", "sub/link/file", "./link/new",
-                             "sub/./link/x/y"}) {
+    for (const char* name :
+         {"link/file", "link/new", "relative/file", "link/sub/new", "sub/link/file", "./link/new", "sub/./link/x/y"}) {
         Cabinet cabinet = One();
         cabinet.entries[0].name = name;
         EXPECT_FALSE(box.Extract(cabinet)) << name;
@@ -437,8 +437,8 @@ TEST(Hostile, ManyMembersTakeTimeInProportion)
     std::string text;
     const std::string compact = std::to_string(support::Deflated("content").size());
     for (int i = 0; i < 20000; ++i)
-        text += "[File" + std::to_string(i) + "]\nName = f" + std::to_string(i % 10) + "\nStartPos = 128\nCompactSize = " +
-                compact + "\nSize = 7\nTime = 0\nAccessFlag = 0\n";
+        text += "[File" + std::to_string(i) + "]\nName = f" + std::to_string(i % 10) +
+                "\nStartPos = 128\nCompactSize = " + compact + "\nSize = 7\nTime = 0\nAccessFlag = 0\n";
     cabinet.directory = text;
     cabinet.count = 20000;
     if (box.Extract(cabinet)) {

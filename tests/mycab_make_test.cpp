@@ -124,9 +124,9 @@ TEST(Make, OneFile)
     EXPECT_EQ(member.startPos, 128);
     EXPECT_EQ(member.time, 1000000001);
     EXPECT_EQ(member.accessFlag, 0100640);
-    EXPECT_EQ(cabinet.Directory(), "[File0]\nName = x.txt\nStartPos = 128\nCompactSize = " +
-                                       std::to_string(member.compactSize) +
-                                       "\nSize = 10\nTime = 1000000001\nAccessFlag = 33184\n");
+    EXPECT_EQ(cabinet.Directory(),
+              "[File0]\nName = x.txt\nStartPos = 128\nCompactSize = " + std::to_string(member.compactSize) +
+                  "\nSize = 10\nTime = 1000000001\nAccessFlag = 33184\n");
     const std::string bytes = ReadFile(dir.File("c"));
     EXPECT_EQ(support::WordAt(bytes, 0), 1);
     EXPECT_EQ(static_cast<long>(bytes.size()), 128 + member.compactSize + support::WordAt(bytes, 16));

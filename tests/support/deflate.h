@@ -14,7 +14,7 @@ struct StreamKind {
     int level = Z_DEFAULT_COMPRESSION;
     int windowBits = 15; // negative: no header and no trailer; above 15: gzip
     int strategy = Z_DEFAULT_STRATEGY;
-    std::string dictionary;
+    std::string dictionary = {};
 };
 
 /// A stream made by zlib in one call.

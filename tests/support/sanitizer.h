@@ -1,5 +1,8 @@
-// Whether this program runs under a sanitizer, whose memory makes limits on it meaningless.
+// Whether this program runs under a sanitizer or valgrind, whose own memory makes limits meaningless and much of it slow.
 #pragma once
+
+#include <stdlib.h>
+#include <string.h>
 
 namespace support {
 
@@ -14,5 +17,11 @@ constexpr bool kSanitizer = false;
 #else
 constexpr bool kSanitizer = false;
 #endif
+
+inline bool IsInstrumented()
+{
+    const char* preloaded = getenv("LD_PRELOAD");
+    return kSanitizer || (preloaded != nullptr && strstr(preloaded, "vgpreload") != nullptr);
+}
 
 } // namespace support
