@@ -5,7 +5,6 @@
 #include <limits.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "internal/error.h"
 #include "internal/memory_object.h"
@@ -13,21 +12,11 @@
 namespace {
 
 constexpr size_t kChunk = 32768;        // into the caller's buffer
-constexpr size_t kGrowingChunk = 8192;  // into a memory object
+constexpr int kGrowingChunk = 8192;     // into a memory object
 constexpr size_t kWholePiece = 1 << 30; // zlib counts what it is offered at once in 32 bits
 constexpr long kExtraRoom = 512 + 32768;
 constexpr int kSetUpFailed = 12;
 constexpr int kCompressFailed = -1;
-
-struct FreeMemoryObject {
-    void operator()(GMEM* object) const { ZKQGeneral_MEM_free(object); }
-};
-using MemoryObject = std::unique_ptr<GMEM, FreeMemoryObject>;
-
-MemoryObject MakeMemoryObject()
-{
-    return MemoryObject(static_cast<GMEM*>(ZKQGeneral_MEM_malloc(kGrowingChunk)));
-}
 
 /// Hands the data of a memory object to the caller.
 void Detach(GMEM* object, unsigned char** Dst, long* DstLength)
@@ -35,13 +24,6 @@ void Detach(GMEM* object, unsigned char** Dst, long* DstLength)
     int size = 0;
     ZKQGeneral_MEM_Detach(object, Dst, &size);
     *DstLength = size;
-}
-
-/// Ends a function with zlib's message for one of its codes.
-BOOL FailInZlib(int code)
-{
-    GeneralMisc_SetErrorString(zError(code));
-    return FALSE;
 }
 
 bool IsBuffer(const unsigned char* buffer, long length)
@@ -73,6 +55,14 @@ bool Collect(const z_stream& stream, std::span<const unsigned char> area, GMEM* 
 }
 
 } // namespace
+
+BOOL FailInZlib(int result)
+{
+    if (result == kOutputFailed)
+        return Fail(ENOMEM);
+    GeneralMisc_SetErrorString(zError(result));
+    return FALSE;
+}
 
 Deflater::~Deflater()
 {
@@ -221,7 +211,7 @@ int ZKQGeneral_Zlib_CompressBufferEx(const unsigned char* Src, long SrcLength, u
         FailInZlib(result);
         return kSetUpFailed;
     }
-    const MemoryObject output = MakeMemoryObject();
+    const MemoryObject output = MakeMemoryObject(kGrowingChunk);
     if (output == nullptr)
         return kSetUpFailed;
     result = deflater.Compress(Bytes(Src, SrcLength), output.get());
@@ -243,7 +233,7 @@ int ZKQGeneral_Zlib_UnCompressBufferEx(const unsigned char* Src, long SrcLength,
     }
     Inflater inflater;
     int result = inflater.Start();
-    const MemoryObject output = result == 0 ? MakeMemoryObject() : nullptr;
+    const MemoryObject output = result == 0 ? MakeMemoryObject(kGrowingChunk) : nullptr;
     if (result == 0)
         result = output == nullptr ? kOutputFailed : inflater.Decompress(Bytes(Src, SrcLength), output.get());
     if (result == kOutputFailed)

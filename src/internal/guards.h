@@ -26,6 +26,7 @@ public:
     bool IsOpen() const { return fd_ >= 0; }
     int Get() const { return fd_; }
     int Release() { return std::exchange(fd_, -1); }
+    void Reset(int fd) { const UniqueFd old(std::exchange(fd_, fd)); }
 
 private:
     int fd_ = -1;

@@ -104,6 +104,14 @@ public:
         return Add(std::string_view(digits, static_cast<size_t>(end - digits)));
     }
 
+    /// Goes back to the first `length` bytes.
+    void CutTo(size_t length)
+    {
+        next_ = begin_ + length;
+        *next_ = '\0';
+        cut_ = false;
+    }
+
     std::string_view Text() const { return {begin_, static_cast<size_t>(next_ - begin_)}; }
     /// Something did not fit.
     bool WasCut() const { return cut_; }

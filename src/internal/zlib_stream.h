@@ -1,6 +1,7 @@
 // zlib streams that are used again and again: beginning one costs far more than a small file does.
 #pragma once
 
+#include <ZKQ_general/types.h>
 #include <stddef.h>
 #define ZLIB_CONST // zlib does not write to its input
 #include <zlib.h>
@@ -11,6 +12,9 @@ struct GMEM;
 
 /// What a memory object that cannot grow adds to zlib's codes.
 inline constexpr int kOutputFailed = 1;
+
+/// Ends an exported function that failed with one of these results: sets zlib's message, or the text of ENOMEM.
+BOOL FailInZlib(int result);
 
 /// Compresses buffers, each into one zlib stream. Results are 0, kOutputFailed, or a negative code of zlib's.
 class Deflater {
