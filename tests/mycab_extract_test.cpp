@@ -87,7 +87,6 @@ TEST(Extract, AllFiles)
                          {.name = "sub/b.txt", .content = large},
                          {.name = "sub/deep/er/c", .content = std::string(100000, '\0')}}},
             dir.File("out"));
-    EXPECT_TRUE(support::ErrorTextIsMarked());
     EXPECT_EQ(support::TreeOf(dir.File("out")),
               (Paths{"a.txt", "sub/", "sub/b.txt", "sub/deep/", "sub/deep/er/", "sub/deep/er/c"}));
     EXPECT_EQ(ReadFile(dir.File("out/a.txt")), "a");
@@ -588,7 +587,7 @@ TEST(Extract, TargetsThatCannotBeMade)
     WriteFile(dir.File("c"), Letters(1).Bytes());
     WriteFile(dir.File("file"), "x");
     EXPECT_FALSE(ExtractAll(dir.File("c"), dir.File("file")));
-    EXPECT_SYSTEM_ERROR(ENOTDIR);
+    EXPECT_SYSTEM_ERROR(EEXIST);
     EXPECT_EQ(ReadFile(dir.File("file")), "x");
     fs::create_directories(dir.File("out/f0"));
     EXPECT_FALSE(ExtractAll(dir.File("c"), dir.File("out")));

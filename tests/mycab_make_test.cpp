@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <random>
 
 #include "support/cabinet.h"
 #include "support/child.h"
@@ -285,17 +286,40 @@ TEST(Make, FilesThatACabinetCannotHold)
     ASSERT_EQ(mkfifo(dir.File("fifo").c_str(), 0666), 0);
     fs::create_directory(dir.File("real"));
     fs::create_directory_symlink("real", dir.File("link"));
-    for (const char* name : {"empty", "fifo", "link"})
+    for (const char* name : {"empty", "fifo"})
         ExpectRefused(dir.File("c"), {dir.File("good"), dir.File(name)}, EINVAL);
+    ExpectRefused(dir.File("c"), {dir.File("good"), dir.File("link")}, EISDIR);
     ExpectRefused(dir.File("c"), {"/dev/null"}, EINVAL);
     ExpectRefused(dir.File("c"), {"/dev/zero"}, EINVAL);
     ExpectRefused(dir.File("c"), {"/proc/self/status"}, EINVAL);
     fs::create_directory(dir.File("walked"));
     fs::create_directory_symlink("../real", dir.File("walked/link"));
-    ExpectRefused(dir.File("c"), {dir.File("walked")}, EINVAL);
+    ExpectRefused(dir.File("c"), {dir.File("walked")}, EISDIR);
     fs::remove(dir.File("walked/link"));
     ASSERT_EQ(mkfifo(dir.File("walked/fifo").c_str(), 0666), 0);
     ExpectRefused(dir.File("c"), {dir.File("walked")}, EINVAL);
+}
+
+TEST(Make, LinksAreFollowedAndTakenAtTheLengthOfTheirOwnText)
+{
+    const TempDir dir;
+    const support::WorkingDir inside(dir.Path());
+    WriteFile("target", "0123456789");
+    chmod("target", 0640);
+    SetTime("target", 1000000001);
+    fs::create_symlink("target", "link");
+    const CabinetReader cabinet = Made("c", {"link"});
+    ASSERT_EQ(cabinet.Members().size(), 1U);
+    EXPECT_EQ(cabinet.Members()[0].name, "link");
+    EXPECT_EQ(cabinet.Members()[0].content, "012345") << "the length of \"target\"";
+    EXPECT_EQ(cabinet.Members()[0].time, 1000000001);
+    EXPECT_EQ(cabinet.Members()[0].accessFlag, 0100640);
+    unlink("c");
+    WriteFile("target", "0123");
+    support::MarkErrorText();
+    EXPECT_FALSE(Make("c", {"link"})) << "shorter than that";
+    EXPECT_FALSE(support::ErrorTextIsMarked());
+    EXPECT_FALSE(Exists("c"));
 }
 
 TEST(Make, NamesThatWouldForgeASection)
@@ -429,7 +453,11 @@ TEST(Make, CabinetsThatCannotBeCreated)
 TEST(Make, AFullDiskLeavesNoCabinet)
 {
     const TempDir dir;
-    WriteFile(dir.File("ab"), support::Pattern(2000000));
+    std::string content = support::Pattern(2000000);
+    std::mt19937 random(1);
+    for (char& byte : content)
+        byte = static_cast<char>(random());
+    WriteFile(dir.File("ab"), content);
     RUN_IN_CHILD([&] {
         support::EnterPrivateMounts();
         fs::create_directory(dir.File("small"));
@@ -468,6 +496,7 @@ TEST(Make, LongPaths)
     const CabinetReader cabinet = Made("c", {"d/d"});
     EXPECT_EQ(cabinet.Names(), Names{longest.substr(4)});
     fs::remove_all("d");
+    unlink("c");
     const std::string over = support::NestedPath(300);
     WriteDeep(over, "x");
     ExpectRefused("c", {over}, ENAMETOOLONG);
