@@ -7,3 +7,5 @@
 void AddIniCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
+void AddZCommands(CLI::App& app);
+void AddCabCommands(CLI::App& app);

@@ -22,6 +22,8 @@ void AddCommands(CLI::App& app)
     AddIniCommands(app);
     AddLogCommands(app);
     AddFileCommands(app);
+    AddZCommands(app);
+    AddCabCommands(app);
     UnguardOptions(app);
 }
 
@@ -71,7 +73,7 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs and files, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, logs, files and archives, handled as libZKQ_general handles them.", "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

@@ -48,7 +48,7 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -63,6 +63,11 @@ _zkq_options() {
         'log level') _zkq_offer_words --dir --help ;;
         'file copy') _zkq_offer_words --no-clobber --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
+        'z '*) _zkq_offer_words --output --help ;;
+        'cab make') _zkq_offer_words --no-top-files --quiet --help ;;
+        'cab list') _zkq_offer_words --long --help ;;
+        'cab extract') _zkq_offer_words --dir --quiet --help ;;
+        'cab test') _zkq_offer_words --quiet --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
@@ -81,6 +86,8 @@ _zkq_positional() {
             ;;
         'log level 1') _zkq_offer_words off all debug info warn error ;;
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
+        'z '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
+        'cab extract '*) _zkq_offer_listed cab list -- "${positionals[0]}" ;;
     esac
 }
 
@@ -88,7 +95,8 @@ _zkq_command() {
     local command=$1 dir=. positionals=()
     _zkq_read_words
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-        --dir) _zkq_offer_paths -d ;;
+        --dir | -d) _zkq_offer_paths -d ;;
+        --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --default | --project | --lines | -n) ;;
         *)
@@ -104,12 +112,14 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file --help --version ;;
+        1) _zkq_offer_words ini log file z cab --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
+                z) _zkq_offer_words compress decompress --help ;;
+                cab) _zkq_offer_words make list extract test --help ;;
             esac
             ;;
         *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" ;;
