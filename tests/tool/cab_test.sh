@@ -61,7 +61,7 @@ expect_silence
 expect_equal "$(cd some && find . -type f | sort | xargs)" './sub/numbers ./x.txt'
 
 # A name that looks like a number is a name first.
-printf 'named\n' >3
+printf 'named\n' >'3'
 printf 'other\n' >yy
 run cab make numbers.cab yy 3 x.txt a
 expect_silence

@@ -100,8 +100,7 @@ void Make(const Options& options)
         list += ForLibrary(name) + '\0';
     list += '\0';
     const ProgressBar bar(options.quiet);
-    if (!ZKQGeneral_MakeMyCabFile_P(options.cabinet.c_str(), list.c_str(), options.noTopFiles ? 0 : 1,
-                                    bar.Callback()))
+    if (!ZKQGeneral_MakeMyCabFile_P(options.cabinet.c_str(), list.c_str(), options.noTopFiles ? 0 : 1, bar.Callback()))
         throw MakeFailure(options);
 }
 
@@ -224,8 +223,8 @@ void Test(const Options& options)
         fprintf(stderr, "zkq: %s: file %zu is damaged: %s\n", options.cabinet.c_str(), i,
                 ForReader(members[i].name).c_str());
     if (!damaged.empty())
-        throw Failure(options.cabinet, std::to_string(damaged.size()) + " of " + std::to_string(members.size()) +
-                                           " files are damaged");
+        throw Failure(options.cabinet,
+                      std::to_string(damaged.size()) + " of " + std::to_string(members.size()) + " files are damaged");
     PrintLine(options.cabinet + ": " + std::to_string(members.size()) + " files, all whole");
 }
 
@@ -245,7 +244,9 @@ void AddMake(CLI::App& cab)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(cab, "make", "Make a cabinet from files and directories", *options);
-    command->add_option("PATH", options->names, "What goes into it; of directories, all files in them")->required()->type_name("");
+    command->add_option("PATH", options->names, "What goes into it; of directories, all files in them")
+        ->required()
+        ->type_name("");
     command->add_flag("--no-top-files", options->noTopFiles, "Of a directory, take what lies further down alone");
     AddQuiet(command, *options);
     command->callback([options] { Make(*options); });

@@ -114,8 +114,7 @@ CLI::App* AddCommand(CLI::App& z, const char* name, const char* help, const std:
 {
     CLI::App* command = z.add_subcommand(name, help);
     command->add_option("FILE", options->input, "What to read; standard input by default")->type_name("");
-    command->add_option("-o,--output", options->output, "What to write; standard output by default")
-        ->type_name("FILE");
+    command->add_option("-o,--output", options->output, "What to write; standard output by default")->type_name("FILE");
     return command;
 }
 
