@@ -423,6 +423,18 @@ TEST(Make, AnExistingCabinetIsReplaced)
     EXPECT_EQ(Made(dir.File("c"), {dir.File("ab")}).Names(), Names{"ab"});
 }
 
+TEST(Make, ACabinetIsNotItsOwnMember)
+{
+    const TempDir dir;
+    WriteDeep(dir.File("dir/ab"), "x");
+    EXPECT_EQ(Made(dir.File("dir/c"), {dir.File("dir")}).Names(), Names{"ab"}) << "it was not there yet";
+    const std::string before = ReadFile(dir.File("dir/c"));
+    support::MarkErrorText();
+    EXPECT_FALSE(Make(dir.File("dir/c"), {dir.File("dir")}));
+    EXPECT_SYSTEM_ERROR(EINVAL);
+    EXPECT_TRUE(ReadFile(dir.File("dir/c")) == before) << "nor is it lost for that";
+}
+
 TEST(Make, WhatFailsBeforeTheCabinetIsCreatedLeavesAnOlderOne)
 {
     const TempDir dir;

@@ -203,8 +203,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     WriteBytes(room.File("c"), data[0] % 2 == 0 ? input : Assembled(input));
     room.Plant();
     lastPercentage = 0;
-    const BOOL done =
-        ZKQGeneral_ExtractMyCabAllFile_P(room.File("c").c_str(), room.File("box/out").c_str(), Record);
+    const BOOL done = ZKQGeneral_ExtractMyCabAllFile_P(room.File("c").c_str(), room.File("box/out").c_str(), Record);
     REQUIRE(!done || lastPercentage == 100 || lastPercentage == 0);
     room.RequireNothingOutside();
     room.Plant();

@@ -32,14 +32,14 @@ int Reference(const uint8_t* data, size_t size, std::string* plain)
 void CheckPlain(const uint8_t* data, size_t size, size_t length, int result, const std::string& plain)
 {
     const Exact<unsigned char> room(length);
-    const BOOL done = ZKQGeneral_Zlib_UnCompressBuffer(data, static_cast<long>(size), room.Get(),
-                                                       static_cast<long>(length));
+    const BOOL done =
+        ZKQGeneral_Zlib_UnCompressBuffer(data, static_cast<long>(size), room.Get(), static_cast<long>(length));
     REQUIRE((done == TRUE) == (result == Z_STREAM_END && plain.size() == length));
     if (done)
         REQUIRE(memcmp(room.Get(), plain.data(), length) == 0);
     else
-        REQUIRE(strcmp(ZKQGeneral_GetGeneralErrorInfo(),
-                       zError(result == Z_STREAM_END ? Z_STREAM_ERROR : result)) == 0);
+        REQUIRE(strcmp(ZKQGeneral_GetGeneralErrorInfo(), zError(result == Z_STREAM_END ? Z_STREAM_ERROR : result)) ==
+                0);
 }
 
 void CheckAllocating(const uint8_t* data, size_t size, int result, const std::string& plain)

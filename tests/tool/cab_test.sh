@@ -94,7 +94,13 @@ rm odd/fifo
 ln -s ../x.txt odd/link
 run cab make odd.cab odd
 expect_failure 'cannot make odd.cab: odd/link: A cabinet cannot hold a link'
-rm odd/link
+run cab make odd.cab x.txt '' a
+expect_failure 'cannot make odd.cab: No such file or directory'
+mkdir odd/sub
+cp a odd/sub
+run cab make --no-top-files odd.cab odd
+expect_silence
+rm -r odd/link odd/sub odd.cab
 printf x >odd/$'line\nfeed'
 run cab make odd.cab odd
 expect_equal "$status" 1

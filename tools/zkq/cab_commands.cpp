@@ -49,21 +49,24 @@ const char* Objection(const fs::path& path)
     return fs::file_size(path, error) == 0 ? "A cabinet cannot hold an empty file" : nullptr;
 }
 
-/// Calls `use` for all that is below the directories among the names.
+/// Calls `use` for all that is below the directories among the names and would go into the cabinet.
 template <class Use>
-void ForEachBelow(const std::vector<std::string>& names, Use use)
+void ForEachBelow(const Options& options, Use use)
 {
-    for (const std::string& name : names) {
+    for (const std::string& name : options.names) {
         std::error_code error;
-        for (fs::recursive_directory_iterator at(name, error), end; at != end && !error; at.increment(error))
-            use(*at);
+        for (fs::recursive_directory_iterator at(name, error), end; at != end && !error; at.increment(error)) {
+            const bool isTop = at.depth() == 0 && (at->is_symlink() || !at->is_directory());
+            if (!isTop || !options.noTopFiles)
+                use(*at);
+        }
     }
 }
 
 /// The library takes as much of a linked file as the link's own text is long.
 void RequireNoLinks(const Options& options)
 {
-    ForEachBelow(options.names, [&](const fs::directory_entry& entry) {
+    ForEachBelow(options, [&](const fs::directory_entry& entry) {
         if (entry.is_symlink())
             throw Failure("cannot make " + options.cabinet + ": " + entry.path().string(),
                           "A cabinet cannot hold a link");
@@ -88,7 +91,7 @@ Failure MakeFailure(const Options& options)
     };
     for (const std::string& name : options.names)
         look(name);
-    ForEachBelow(options.names, [&](const fs::directory_entry& entry) { look(entry.path()); });
+    ForEachBelow(options, [&](const fs::directory_entry& entry) { look(entry.path()); });
     return objection != nullptr ? Failure(what + ": " + path, objection) : Failure(what, "No files");
 }
 
@@ -96,6 +99,8 @@ void Make(const Options& options)
 {
     RequireNoLinks(options);
     std::string list;
+    if (std::find(options.names.begin(), options.names.end(), "") != options.names.end())
+        throw SystemFailure("cannot make " + options.cabinet, ENOENT); // an empty name would end the list
     for (const std::string& name : options.names)
         list += ForLibrary(name) + '\0';
     list += '\0';
