@@ -17,8 +17,8 @@ constexpr std::size_t kLength = 3'000'000;
 // Records as programs log them: words that come back, numbers that do not.
 std::string MakeText(std::size_t length)
 {
-    const char* const words[] = {"connection", "from", "accepted", "closed", "request",  "for",   "took", "bytes",
-                                 "cache",      "miss", "user",     "logged", "in", "worker", "started", "retry"};
+    const char* const words[] = {"connection", "from", "accepted", "closed", "request", "for",    "took",    "bytes",
+                                 "cache",      "miss", "user",     "logged", "in",      "worker", "started", "retry"};
     std::mt19937 random(11);
     std::string text;
     while (text.size() < length) {
