@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <functional>
@@ -457,9 +458,23 @@ TEST(Make, CabinetsThatCannotBeCreated)
     EXPECT_SYSTEM_ERROR(EISDIR);
     EXPECT_TRUE(support::IsDirectory(dir.Path()));
     EXPECT_FALSE(Make("", {dir.File("ab")}));
+}
+
+TEST(Make, ADeviceThatIsFullIsNotDeleted)
+{
+    // A device of our own: the machine's is not put at risk.
+    const TempDir dir;
+    const std::string device = dir.File("full");
+    WriteFile(dir.File("ab"), "x");
+    const bool made = mknod(device.c_str(), S_IFCHR | 0666, makedev(1, 7)) == 0;
+    const int opened = made ? open(device.c_str(), O_WRONLY) : -1;
+    if (opened < 0)
+        GTEST_SKIP() << "no devices can be made here: " << strerror(errno);
+    close(opened);
     support::MarkErrorText();
-    EXPECT_FALSE(Make("/dev/full", {dir.File("ab")}));
-    EXPECT_FALSE(support::ErrorTextIsMarked());
+    EXPECT_FALSE(Make(device, {dir.File("ab")}));
+    EXPECT_SYSTEM_ERROR(ENOSPC);
+    EXPECT_TRUE(Exists(device));
 }
 
 TEST(Make, AFullDiskLeavesNoCabinet)
