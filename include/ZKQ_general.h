@@ -11,6 +11,7 @@
 #include <ZKQ_general/file.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/log.h>
+#include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/types.h>

@@ -52,6 +52,19 @@ static void CheckString(void)
     ZKQGeneral_MEM_free(memory);
 }
 
+static void CheckPacket(void)
+{
+    unsigned char bytes[32];
+    MSGDATA packet;
+    void* copy = NULL;
+    int value = 0;
+    Check("msgpacket", ZKQGeneral_CreateMsgPacket2(bytes, sizeof bytes, &packet) == TRUE);
+    Check("msgpacket", ZKQGeneral_MsgPacket_OID_AddInt(&packet, 7, -3) == TRUE && packet.size == 20);
+    Check("msgpacket", ZKQGeneral_InitMsgPacket(bytes, packet.size, 0, &copy) == TRUE);
+    Check("msgpacket", ZKQGeneral_MsgPacket_OID_GetInt(copy, 7, &value) == TRUE && value == -3);
+    ZKQGeneral_DestroyMsgPacket(copy);
+}
+
 static void CheckLog(void)
 {
     void* context = NULL;
@@ -67,6 +80,7 @@ int main(void)
     CheckSystem();
     CheckProfile();
     CheckString();
+    CheckPacket();
     CheckLog();
     return failures == 0 ? 0 : 1;
 }
