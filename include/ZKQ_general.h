@@ -9,6 +9,7 @@
 
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/log.h>
 #include <ZKQ_general/msgpacket.h>

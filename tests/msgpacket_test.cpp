@@ -143,9 +143,8 @@ TEST(MsgPacket, ANewPacketIsFourBytes)
 
 TEST(MsgPacket, StepsAreClamped)
 {
-    const std::pair<int, int> rows[] = {{INT_MIN, 1024}, {-1, 1024},     {0, 1024},      {1, 1},
-                                        {7, 7},          {65535, 65535}, {65536, 65536}, {65537, 65536},
-                                        {INT_MAX, 65536}};
+    const std::pair<int, int> rows[] = {{INT_MIN, 1024}, {-1, 1024},     {0, 1024},      {1, 1},          {7, 7},
+                                        {65535, 65535},  {65536, 65536}, {65537, 65536}, {INT_MAX, 65536}};
     for (const auto& [step, clamped] : rows) {
         SCOPED_TRACE(step);
         EXPECT_EQ(Fields(Create(step)).StepSize, clamped);
@@ -190,8 +189,7 @@ TEST(MsgPacket, BytesOfIntegersAndItems)
     ASSERT_TRUE(ZKQGeneral_MsgPacket_AddInt(packet.get(), -2));
     ASSERT_TRUE(Add(packet.get(), "abc"));
     ASSERT_TRUE(ZKQGeneral_MsgPacket_AddBuffer(packet.get(), nullptr, 0));
-    EXPECT_EQ(BytesOf(packet.get()),
-              WithHeader(Item("\1\2\3\4") + Item("\xFF\xFF\xFF\xFE") + Item("abc") + Item("")));
+    EXPECT_EQ(BytesOf(packet.get()), WithHeader(Item("\1\2\3\4") + Item("\xFF\xFF\xFF\xFE") + Item("abc") + Item("")));
     EXPECT_EQ(CountOf(packet.get()), 4);
     EXPECT_EQ(Get(packet.get(), 2), "abc");
     EXPECT_EQ(Get(packet.get(), 3), "");
@@ -582,17 +580,15 @@ TEST(MsgPacket, TheFirstOfEqualOidsIsFound)
     for (const int room : {4, 0, -1, INT_MIN}) {
         support::Buffer small(5);
         size = 42;
-        ExpectFails(ERANGE, [&] {
-            return ZKQGeneral_MsgPacket_OID_GetBuffer(packet.get(), 7, small.Data(), &size, room);
-        });
+        ExpectFails(ERANGE,
+                    [&] { return ZKQGeneral_MsgPacket_OID_GetBuffer(packet.get(), 7, small.Data(), &size, room); });
         EXPECT_EQ(size, 42);
         EXPECT_TRUE(small.Untouched());
     }
     EXPECT_TRUE(ZKQGeneral_MsgPacket_OID_GetBuffer(packet.get(), 7, nullptr, &size, -5)) << "asks for the length";
     size = 42;
-    ExpectFails(ENOMEDIUM, [&] {
-        return ZKQGeneral_MsgPacket_OID_GetBuffer(packet.get(), 8, buffer.Data(), &size, 5);
-    });
+    ExpectFails(ENOMEDIUM,
+                [&] { return ZKQGeneral_MsgPacket_OID_GetBuffer(packet.get(), 8, buffer.Data(), &size, 5); });
     ExpectFails(ENOMEDIUM, [&] { return ZKQGeneral_MsgPacket_OID_GetBufferPtr(packet.get(), 8, &place, &size); });
     EXPECT_EQ(size, 42);
     const Owner empty = Create();

@@ -65,6 +65,14 @@ static void CheckPacket(void)
     ZKQGeneral_DestroyMsgPacket(copy);
 }
 
+static void CheckCharset(void)
+{
+    char text[8];
+    int length = sizeof text;
+    Check("iconv", ZKQGeneral_AnsiToUTF8("\xD6\xD0", text, 2, &length) == TRUE);
+    Check("iconv", length == 3 && memcmp(text, "\xE4\xB8\xAD", 3) == 0);
+}
+
 static void CheckLog(void)
 {
     void* context = NULL;
@@ -81,6 +89,7 @@ int main(void)
     CheckProfile();
     CheckString();
     CheckPacket();
+    CheckCharset();
     CheckLog();
     return failures == 0 ? 0 : 1;
 }
