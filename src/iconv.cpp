@@ -46,6 +46,12 @@ Block LoadBlock(const unsigned char* bytes)
     return block;
 }
 
+/// No byte of two blocks has a bit of the mask.
+bool AreWithout(const Block& a, const Block& b, uint64_t mask)
+{
+    return ((a.words[0] | a.words[1] | b.words[0] | b.words[1]) & mask) == 0;
+}
+
 /// The number of bytes before the first with a bit of the mask.
 size_t BytesWithout(const Block& block, uint64_t mask)
 {
@@ -124,54 +130,52 @@ unsigned char* PutGbk(uint16_t bytes, unsigned char* out)
 
 // --- the conversions, as far as the tables go ---
 
-/// Converts ASCII bytes, of which there is one at least.
+// Progress goes in and out by value, and what a loop calls is a part of it: kept in registers, the pointers cannot be
+// among the bytes that are written.
+
+/// Converts ASCII bytes.
 template <class To>
-void AsciiRun(Progress* p)
+[[gnu::always_inline]] inline Progress AsciiRun(Progress p)
 {
-    size_t length = kBlock;
-    while (length == kBlock && p->Left() >= kBlock) {
-        length = BytesWithout(LoadBlock(p->in), kHighBits);
-        To::AsciiBlock(p->in, p->out);
-        p->in += length;
-        p->out += length * To::kAsciiSize;
+    while (p.Left() >= 2 * kBlock && AreWithout(LoadBlock(p.in), LoadBlock(p.in + kBlock), kHighBits)) {
+        To::AsciiBlock(p.in, p.out);
+        To::AsciiBlock(p.in + kBlock, p.out + kBlock * To::kAsciiSize);
+        p.in += 2 * kBlock;
+        p.out += 2 * kBlock * To::kAsciiSize;
     }
-    if (p->Left() >= kBlock)
-        return;
-    for (; p->in != p->end && *p->in < kFirstHighByte; ++p->in)
-        p->out = To::PutAscii(*p->in, p->out);
+    if (p.Left() >= kBlock) {
+        const size_t length = BytesWithout(LoadBlock(p.in), kHighBits);
+        To::AsciiBlock(p.in, p.out);
+        p.in += length;
+        p.out += length * To::kAsciiSize;
+        return p;
+    }
+    for (; p.in != p.end && *p.in < kFirstHighByte; ++p.in)
+        p.out = To::PutAscii(*p.in, p.out);
+    return p;
 }
 
 template <class To>
-void FromGbk(Progress* p)
+Progress FromGbk(Progress p)
 {
-    while (p->in != p->end) {
-        const unsigned lead = *p->in;
+    while (p.in != p.end) {
+        const unsigned lead = *p.in;
         if (lead < kFirstHighByte) {
-            AsciiRun<To>(p);
+            p = AsciiRun<To>(p);
             continue;
         }
-        uint16_t unit = p->Left() >= 2 ? g_GbkTable.Pair(lead, p->in[1]) : uint16_t{0};
+        uint16_t unit = p.Left() >= 2 ? g_GbkTable.Pair(lead, p.in[1]) : uint16_t{0};
         size_t length = 2;
         if (unit == 0) {
             unit = g_GbkTable.Single(lead);
             length = 1;
         }
         if (unit < kFirstTwoByteUtf8)
-            return;
-        p->out = To::Put(unit, p->out);
-        p->in += length;
+            break;
+        p.out = To::Put(unit, p.out);
+        p.in += length;
     }
-}
-
-void Ucs2AsciiRun(Progress* p)
-{
-    size_t length = kBlock;
-    while (length == kBlock && p->Left() >= kBlock) {
-        length = BytesWithout(LoadBlock(p->in), kNotAsciiUnits) / kUcs2Unit * kUcs2Unit;
-        NarrowUnits(p->in, p->out);
-        p->in += length;
-        p->out += length / kUcs2Unit;
-    }
+    return p;
 }
 
 unsigned UnitAt(const unsigned char* in)
@@ -179,76 +183,94 @@ unsigned UnitAt(const unsigned char* in)
     return in[0] | unsigned{in[1]} << 8;
 }
 
-void FromUcs2(Progress* p)
+[[gnu::always_inline]] inline Progress Ucs2AsciiRun(Progress p)
 {
-    while (p->in != p->end) {
-        const unsigned unit = UnitAt(p->in);
-        if (unit < kFirstHighByte) {
-            if (p->Left() >= kBlock) {
-                Ucs2AsciiRun(p);
-                continue;
-            }
-            *p->out++ = static_cast<unsigned char>(unit);
-        } else {
-            const uint16_t bytes = g_Ucs2Table.Gbk(unit);
-            if (bytes == 0)
-                return;
-            p->out = PutGbk(bytes, p->out);
-        }
-        p->in += kUcs2Unit;
+    while (p.Left() >= 2 * kBlock && AreWithout(LoadBlock(p.in), LoadBlock(p.in + kBlock), kNotAsciiUnits)) {
+        NarrowUnits(p.in, p.out);
+        NarrowUnits(p.in + kBlock, p.out + kBlock / kUcs2Unit);
+        p.in += 2 * kBlock;
+        p.out += 2 * kBlock / kUcs2Unit;
     }
+    if (p.Left() >= kBlock) {
+        const size_t units = BytesWithout(LoadBlock(p.in), kNotAsciiUnits) / kUcs2Unit;
+        NarrowUnits(p.in, p.out);
+        p.in += units * kUcs2Unit;
+        p.out += units;
+        return p;
+    }
+    for (; p.in != p.end && UnitAt(p.in) < kFirstHighByte; p.in += kUcs2Unit)
+        *p.out++ = *p.in;
+    return p;
 }
 
-/// A character outside ASCII and its length in UTF-8; 0 for more than three bytes and for what is none.
-unsigned DecodeUtf8(const Progress& p, size_t* length)
+Progress FromUcs2(Progress p)
+{
+    while (p.in != p.end) {
+        const unsigned unit = UnitAt(p.in);
+        if (unit < kFirstHighByte) {
+            p = Ucs2AsciiRun(p);
+            continue;
+        }
+        const uint16_t bytes = g_Ucs2Table.Gbk(unit);
+        if (bytes == 0)
+            break;
+        p.out = PutGbk(bytes, p.out);
+        p.in += kUcs2Unit;
+    }
+    return p;
+}
+
+/// A character outside ASCII, with its length in UTF-8.
+struct Utf8Character {
+    unsigned unit; ///< 0 for more than three bytes, and for what is no character
+    unsigned length;
+};
+
+[[gnu::always_inline]] inline Utf8Character DecodeUtf8(const Progress& p)
 {
     const auto isTrail = [](unsigned byte) { return (byte & 0xC0) == 0x80; };
     const unsigned lead = *p.in;
-    if ((lead & 0xE0) == 0xC0 && p.Left() >= 2 && isTrail(p.in[1])) {
-        const unsigned unit = (lead & 0x1F) << 6 | (p.in[1] & 0x3F);
-        *length = 2;
-        return unit >= kFirstTwoByteUtf8 ? unit : 0;
-    }
     if ((lead & 0xF0) == 0xE0 && p.Left() >= 3 && isTrail(p.in[1]) && isTrail(p.in[2])) {
-        const unsigned unit = (lead & 0x0F) << 12 | (p.in[1] & 0x3Fu) << 6 | (p.in[2] & 0x3F);
-        *length = 3;
-        return unit >= kFirstThreeByteUtf8 ? unit : 0;
+        const unsigned unit = (lead & 0x0F) << 12 | (p.in[1] & 0x3Fu) << 6 | (p.in[2] & 0x3Fu);
+        return {unit >= kFirstThreeByteUtf8 ? unit : 0, 3};
     }
-    return 0;
+    if ((lead & 0xE0) == 0xC0 && p.Left() >= 2 && isTrail(p.in[1])) {
+        const unsigned unit = (lead & 0x1F) << 6 | (p.in[1] & 0x3Fu);
+        return {unit >= kFirstTwoByteUtf8 ? unit : 0, 2};
+    }
+    return {0, 0};
 }
 
-void FromUtf8(Progress* p)
+Progress FromUtf8(Progress p)
 {
-    while (p->in != p->end) {
-        if (*p->in < kFirstHighByte) {
-            AsciiRun<ToUtf8>(p);
+    while (p.in != p.end) {
+        if (*p.in < kFirstHighByte) {
+            p = AsciiRun<ToUtf8>(p);
             continue;
         }
-        size_t length = 0;
-        const uint16_t bytes = g_Ucs2Table.Gbk(DecodeUtf8(*p, &length)); // there is no entry for 0
+        const Utf8Character character = DecodeUtf8(p);
+        const uint16_t bytes = g_Ucs2Table.Gbk(character.unit); // there is none for 0
         if (bytes == 0)
-            return;
-        p->out = PutGbk(bytes, p->out);
-        p->in += length;
+            break;
+        p.out = PutGbk(bytes, p.out);
+        p.in += character.length;
     }
+    return p;
 }
 
-void ByTables(TextConversion conversion, Progress* p)
+Progress ByTables(TextConversion conversion, const Progress& p)
 {
     switch (conversion) {
     case kGbkToUcs2:
-        FromGbk<ToUcs2>(p);
-        break;
+        return FromGbk<ToUcs2>(p);
     case kGbkToUtf8:
-        FromGbk<ToUtf8>(p);
-        break;
+        return FromGbk<ToUtf8>(p);
     case kUcs2ToGbk:
-        FromUcs2(p);
-        break;
+        return FromUcs2(p);
     case kUtf8ToGbk:
-        FromUtf8(p);
-        break;
+        return FromUtf8(p);
     }
+    return p;
 }
 
 /// Loads what the tables lack for the next character; false if there is nothing more to load for it.
@@ -256,8 +278,7 @@ bool LoadForNext(TextConversion conversion, const Progress& p)
 {
     if (conversion == kGbkToUcs2 || conversion == kGbkToUtf8)
         return g_GbkTable.Load(*p.in);
-    size_t length = 0;
-    const unsigned unit = conversion == kUcs2ToGbk ? UnitAt(p.in) : DecodeUtf8(p, &length);
+    const unsigned unit = conversion == kUcs2ToGbk ? UnitAt(p.in) : DecodeUtf8(p).unit;
     return unit != 0 && g_Ucs2Table.Load(unit >> 8);
 }
 
@@ -266,7 +287,7 @@ int Convert(TextConversion conversion, Progress* p, size_t room)
 {
     const unsigned char* const limit = p->out + room;
     do {
-        ByTables(conversion, p);
+        *p = ByTables(conversion, *p);
         if (p->in == p->end)
             return 0;
     } while (LoadForNext(conversion, *p));
