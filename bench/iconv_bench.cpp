@@ -140,8 +140,8 @@ const int registered = [] {
                 const std::string text = MakeInput(direction, kind, size);
                 const std::string place =
                     std::string("/") + direction.name + "/" + kind.name + "/" + std::to_string(size);
-                const auto add = [&](const char* who, void (*run)(benchmark::State&, const Direction&,
-                                                                  const std::string&)) {
+                const auto add = [&](const char* who,
+                                     void (*run)(benchmark::State&, const Direction&, const std::string&)) {
                     benchmark::RegisterBenchmark(
                         ("iconv/" + std::string(who) + place).c_str(),
                         [run, &direction, text](benchmark::State& state) { run(state, direction, text); });

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <iconv.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
