@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 
 #include "internal/error.h"
 #include "internal/guards.h"
@@ -22,11 +23,11 @@ constexpr int kLargestStep = 65536;
 
 using Bytes = std::span<const unsigned char>;
 
-/// A packet that the library allocated. `max` grows in the steps that callers may rely on; the block behind it grows
-/// faster, so that appending stays linear. Items are only ever added behind the others, so what was found stays there.
+/// A packet that the library allocated. `max` grows in the steps that callers may rely on, with zeros behind the bytes in
+/// use; the block behind it grows faster, so that appending stays linear. Items are only ever added behind the others, so what was found stays there.
 struct GrowingPacket {
     MSGDATA data;
-    size_t Capacity; ///< bytes really allocated at data.buffer, at least data.max, zero behind data.size
+    size_t Capacity; ///< bytes really allocated at data.buffer, at least data.max
     int LastIndex;   ///< the item that was read last
     size_t LastPosition;
 };
@@ -45,8 +46,10 @@ uint32_t ReadWord(const unsigned char* bytes)
 void StoreWord(unsigned char* bytes, int integer)
 {
     const auto word = static_cast<uint32_t>(integer);
-    for (int i = 0; i < kWordSize; ++i)
-        bytes[i] = static_cast<unsigned char>(word >> (24 - 8 * i));
+    bytes[0] = static_cast<unsigned char>(word >> 24);
+    bytes[1] = static_cast<unsigned char>(word >> 16);
+    bytes[2] = static_cast<unsigned char>(word >> 8);
+    bytes[3] = static_cast<unsigned char>(word);
 }
 
 /// Walks over the items of a packet, however wrong their lengths are.
@@ -124,62 +127,83 @@ PacketPtr MSGDATA_new(int StepSize)
     return packet;
 }
 
-/// Moves the bytes in use to a larger block, zero behind them, and appends there; false if there is none. The appended
-/// bytes may lie in the old block.
-bool MoveAndAppend(GrowingPacket* packet, size_t capacity, Bytes bytes)
+/// Bytes to be added. They may lie in the packet itself, which moves as it grows.
+class Source {
+public:
+    Source(const MSGDATA* a, const void* Buffer, int Size)
+        : bytes_(static_cast<const unsigned char*>(Buffer), static_cast<size_t>(Size))
+    {
+        const auto start = reinterpret_cast<uintptr_t>(a->buffer);
+        const auto place = reinterpret_cast<uintptr_t>(Buffer);
+        isInside_ = place >= start && place - start < static_cast<size_t>(a->max);
+        offset_ = isInside_ ? place - start : 0;
+    }
+
+    Bytes Where(const MSGDATA* a) const { return isInside_ ? Bytes(a->buffer + offset_, bytes_.size()) : bytes_; }
+    int Size() const { return static_cast<int>(bytes_.size()); }
+
+private:
+    Bytes bytes_;
+    bool isInside_;
+    size_t offset_;
+};
+
+bool Reallocate(GrowingPacket* packet, size_t capacity)
 {
-    auto* const block = static_cast<unsigned char*>(calloc(1, capacity));
+    auto* const block = static_cast<unsigned char*>(realloc(packet->data.buffer, capacity));
     if (block == nullptr)
         return false;
-    const Bytes old = BytesInUse(&packet->data);
-    unsigned char* const end = std::copy_n(old.data(), old.size(), block);
-    std::copy_n(bytes.data(), bytes.size(), end);
-    free(packet->data.buffer);
     packet->data.buffer = block;
     packet->Capacity = capacity;
     return true;
 }
 
-/// Appends bytes to a packet of which `max` has to grow for them; 0, ENOMEM, or what the allocation left in errno.
-int GrowAndAppend(GrowingPacket* packet, Bytes bytes)
+/// Gives a packet room for more bytes; 0, ENOMEM, or what the allocation left in errno.
+int Grow(GrowingPacket* packet, int length)
 {
     MSGDATA& data = packet->data;
     const int64_t step = data.StepSize;
-    const int64_t needed = data.max + static_cast<int64_t>(bytes.size());
-    const int64_t max = (needed + step - 1) / step * step;
+    const int64_t max = (int64_t{data.max} + length + step - 1) / step * step;
     if (max > INT_MAX)
         return ENOMEM;
-    const auto capacity = static_cast<size_t>(max);
-    if (capacity <= packet->Capacity)
-        memmove(data.buffer + data.size, bytes.data(), bytes.size());
-    else if (!MoveAndAppend(packet, std::max(capacity, 2 * packet->Capacity), bytes) &&
-             !MoveAndAppend(packet, capacity, bytes))
+    const auto needed = static_cast<size_t>(max);
+    if (needed > packet->Capacity && !Reallocate(packet, std::max(needed, 2 * packet->Capacity)) &&
+        !Reallocate(packet, needed))
         return errno;
-    data.max = static_cast<int>(max);
+    const int old = std::exchange(data.max, static_cast<int>(max));
+    std::fill(data.buffer + old, data.buffer + data.max, static_cast<unsigned char>(0));
     return 0;
 }
 
-/// Appends raw bytes; 0, or an errno value with the packet unchanged. There must be one byte more of room than is needed,
-/// or the packet grows.
-int MSGDATA_write(MSGDATA* a, Bytes bytes)
+/// Makes sure of the room for a write; 0 or an errno value. There must be one byte more than is needed, or the packet
+/// grows.
+int Reserve(MSGDATA* a, int length)
 {
-    if (bytes.empty())
+    if (a->max - a->size > length)
         return 0;
-    if (a->max - a->size > static_cast<int64_t>(bytes.size()))
-        memmove(a->buffer + a->size, bytes.data(), bytes.size());
-    else if (Growing(a) == nullptr)
-        return ENOMEM;
-    else if (const int error = GrowAndAppend(Growing(a), bytes); error != 0)
+    GrowingPacket* const packet = Growing(a);
+    return packet != nullptr ? Grow(packet, length) : ENOMEM;
+}
+
+/// Appends raw bytes; 0, or an errno value with the packet unchanged.
+int MSGDATA_write(MSGDATA* a, const Source& source)
+{
+    if (source.Size() == 0)
+        return 0;
+    if (const int error = Reserve(a, source.Size()); error != 0)
         return error;
-    a->size += static_cast<int>(bytes.size());
+    memmove(a->buffer + a->size, source.Where(a).data(), source.Where(a).size());
+    a->size += source.Size();
     return 0;
 }
 
 int WriteWord(MSGDATA* a, int integer)
 {
-    unsigned char word[kWordSize];
-    StoreWord(word, integer);
-    return MSGDATA_write(a, word);
+    if (const int error = Reserve(a, kWordSize); error != 0)
+        return error;
+    StoreWord(a->buffer + a->size, integer);
+    a->size += kWordSize;
+    return 0;
 }
 
 int NewPacket(int StepSize, void** Packet)
@@ -214,15 +238,15 @@ int Parse(const unsigned char* bytes, int size, MSGDATA* a)
     return 0;
 }
 
-int NewPacketFrom(Bytes bytes, int StepSize, void** Packet)
+int NewPacketFrom(const void* Buffer, int Size, int StepSize, void** Packet)
 {
-    if (bytes.size() < kWordSize)
+    if (Size < kWordSize)
         return EBADMSG;
     PacketPtr packet = MSGDATA_new(ClampedStep(StepSize));
     if (packet == nullptr)
         return errno;
     MSGDATA* const data = &packet->data;
-    if (const int error = MSGDATA_write(data, bytes); error != 0)
+    if (const int error = MSGDATA_write(data, Source(data, Buffer, Size)); error != 0)
         return error;
     // The copy is what is checked: nobody changes it meanwhile.
     if (Parse(data->buffer, data->size, data) != 0 || data->TotalSize != data->size)
@@ -232,27 +256,6 @@ int NewPacketFrom(Bytes bytes, int StepSize, void** Packet)
 }
 
 // --- adding ---
-
-/// The bytes of an item to be added. They may lie in the packet itself, which moves as it grows.
-class Source {
-public:
-    Source(const MSGDATA* a, const void* Buffer, int Size)
-        : bytes_(static_cast<const unsigned char*>(Buffer), static_cast<size_t>(Size))
-    {
-        const auto start = reinterpret_cast<uintptr_t>(a->buffer);
-        const auto place = reinterpret_cast<uintptr_t>(Buffer);
-        isInside_ = place >= start && place - start < static_cast<size_t>(a->max);
-        offset_ = isInside_ ? place - start : 0;
-    }
-
-    Bytes Where(const MSGDATA* a) const { return isInside_ ? Bytes(a->buffer + offset_, bytes_.size()) : bytes_; }
-    int Size() const { return static_cast<int>(bytes_.size()); }
-
-private:
-    Bytes bytes_;
-    bool isInside_;
-    size_t offset_;
-};
 
 /// A packet stays below 2 GB; 0 or EMSGSIZE.
 int RequireTotal(const MSGDATA* a, int64_t added)
@@ -274,17 +277,24 @@ int AddItem(MSGDATA* a, const Source& item)
     CountItem(a, item.Size());
     if (const int error = WriteWord(a, item.Size()); error != 0)
         return error;
-    if (const int error = MSGDATA_write(a, item.Where(a)); error != 0)
+    if (const int error = MSGDATA_write(a, item); error != 0)
         return error;
     StoreWord(a->buffer, a->TotalSize);
     return 0;
 }
 
+/// As AddItem(), for an integer.
 int AddInteger(MSGDATA* a, int Integer)
 {
-    unsigned char word[kWordSize];
-    StoreWord(word, Integer);
-    return AddItem(a, Source(a, word, kWordSize));
+    if (const int error = RequireTotal(a, 2 * kWordSize); error != 0)
+        return error;
+    CountItem(a, kWordSize);
+    if (const int error = WriteWord(a, kWordSize); error != 0)
+        return error;
+    if (const int error = WriteWord(a, Integer); error != 0)
+        return error;
+    StoreWord(a->buffer, a->TotalSize);
+    return 0;
 }
 
 bool IsAddable(const void* Packet, const void* Buffer, int Size)
@@ -415,8 +425,7 @@ BOOL ZKQGeneral_InitMsgPacket(const void* Buffer, int Size, int StepSize, void**
 {
     if (Buffer == nullptr || Packet == nullptr)
         return Fail(EINVAL);
-    const auto size = static_cast<size_t>(std::max(Size, 0));
-    return Finish(NewPacketFrom({static_cast<const unsigned char*>(Buffer), size}, StepSize, Packet));
+    return Finish(NewPacketFrom(Buffer, Size, StepSize, Packet));
 }
 
 BOOL ZKQGeneral_CreateMsgPacket2(unsigned char* Buffer, int BufferSize, MSGDATA* Packet)

@@ -328,7 +328,7 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"split", [](const LogDir&) {}, Split, {}, {"strndup"}},
         Scenario{"collect", [](const LogDir&) {}, Collect, {"calloc"}, kEverything},
         // Twice what is needed may fail as long as what is needed can be had.
-        Scenario{"packet", [](const LogDir&) {}, BuildPacket, {"calloc"}, {}},
+        Scenario{"packet", [](const LogDir&) {}, BuildPacket, {"realloc"}, {}},
         Scenario{"convert_long_text", [](const LogDir&) {}, ConvertLongText, {}, {}},
         Scenario{"log_context",
                  AllOn,
@@ -424,13 +424,18 @@ TEST(MemoryObject, WhoseRoomCannotBeHadIsIgnoredByEveryOperation)
 TEST(Packet, EveryAllocationThatCannotBeDoneWithout)
 {
     void* packet = nullptr;
-    for (const int call : {1, 2}) { // the record, and the first of two attempts at its bytes
-        fault::Arm("calloc", call, {ENOMEM, false});
-        EXPECT_EQ(ZKQGeneral_CreateMsgPacket(0, &packet), call == 2);
+    for (const char* function : {"calloc", "realloc"}) {
+        fault::Arm(function, 0, {ENOMEM, false});
+        EXPECT_FALSE(ZKQGeneral_CreateMsgPacket(0, &packet));
         EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(support::ErrorText(), strerror(ENOMEM));
+        EXPECT_EQ(packet, nullptr);
     }
+    fault::Arm("realloc", 1, {ENOMEM, false});
+    EXPECT_TRUE(ZKQGeneral_CreateMsgPacket(0, &packet)) << "the room that is needed is less than the one asked for";
+    EXPECT_TRUE(fault::Disarm());
     const std::string item(2000, 'i');
-    fault::Arm("calloc", 0, {ENOMEM, false});
+    fault::Arm("realloc", 0, {ENOMEM, false});
     EXPECT_FALSE(ZKQGeneral_MsgPacket_AddBuffer(packet, item.data(), 2000));
     fault::Disarm();
     EXPECT_EQ(support::ErrorText(), strerror(ENOMEM));
