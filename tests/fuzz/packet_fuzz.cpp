@@ -229,7 +229,8 @@ void Adds(const uint8_t* data, size_t size)
         REQUIRE(fixed.size <= room);
         if (isFull)
             break;
-        CheckItem(packet, items, items.size() / 2);
+        if (!items.empty())
+            CheckItem(packet, items, items.size() / 2);
     }
     if (isFull)
         ReadOn(&fixed, fixed.TotalNums + 1);
