@@ -76,9 +76,9 @@ expect_failure 'cannot convert spanish.ucs2 from UCS-2LE to GBK: The character t
 printf 'a\n\xff\n' >bad
 run conv --from GBK --to UTF-8 bad
 expect_failure 'cannot convert bad from GBK to UTF-8: The character that ends at byte 3, in line 2, is malformed'
-printf 'ab\xd6' >cut
-run conv --from GBK --to UTF-8 cut
-expect_failure 'cannot convert cut from GBK to UTF-8: The text ends within a character'
+printf 'ab\xd6' >short
+run conv --from GBK --to UTF-8 short
+expect_failure 'cannot convert short from GBK to UTF-8: The text ends within a character'
 printf 'abc' >odd
 run conv --from UCS-2LE --to GBK odd
 expect_failure 'cannot convert odd from UCS-2LE to GBK: The text ends within a character'

@@ -39,9 +39,9 @@ expect_failure 'nothing: Not a message packet: it is shorter than a header'
 printf 'GET / HTTP/1.1' >text
 run packet dump text
 expect_failure 'text: Not a message packet: its header says 1195725856 bytes, and it has 14'
-{ cat empty && printf x; } >tail
-run packet dump tail
-expect_failure 'tail: Not a message packet: its header says 4 bytes, and it has 5'
+{ cat empty && printf x; } >longer
+run packet dump longer
+expect_failure 'longer: Not a message packet: its header says 4 bytes, and it has 5'
 printf '\0\0\0\x09\xff\xff\xff\xffx' >hostile
 run packet dump hostile
 expect_failure 'hostile: Not a message packet: an item runs past its end'
