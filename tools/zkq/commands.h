@@ -7,3 +7,5 @@
 void AddIniCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
+void AddPacketCommands(CLI::App& app);
+void AddConvCommand(CLI::App& app);
