@@ -9,8 +9,10 @@
 
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/log.h>
+#include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/mycab.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>

@@ -18,6 +18,8 @@ UNSTEADY = 0.5
 
 SIZES = {10_000: "10 KB", 100_000: "100 KB", 1_000_000: "1 MB", 10_000_000: "10 MB"}
 FILES = {4096: "4 KB", 1 << 20: "1 MB", 100 << 20: "100 MB"}
+TEXTS = {16: "16 B", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB"}
+DIRECTIONS = ("gbk-ucs2", "ucs2-gbk", "gbk-utf8", "utf8-gbk")
 GROWING = (100_000, 1_000_000, 10_000_000)
 MEMBERS = (1_000, 10_000, 100_000)
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
@@ -65,6 +67,24 @@ def rows():
         yield (f"split {count} tokens", f"string/split/ours/{count}", "strtok_r, strdup",
                [(1, f"string/split/strtok_r/{count}")], None)
 
+    for count in (1_000, 10_000, 100_000, 1_000_000):
+        yield (f"packet, add {count} items of 16 bytes", f"msgpacket/add/ours/{count}", "std::vector",
+               [(1, f"msgpacket/add/vector/{count}")], None)
+        yield (f"packet, read {count} items by index", f"msgpacket/read/ours/{count}", "loop by hand",
+               [(1, f"msgpacket/read/by-hand/{count}")], None)
+
+    for direction in DIRECTIONS:
+        for kind in ("ascii", "chinese", "mixed"):
+            for size, title in TEXTS.items():
+                place = f"{direction}/{kind}/{size}"
+                # The bar for ASCII is for texts that are longer than the call around them.
+                bar = 0.1 if kind == "ascii" and size > 16 else NO_SLOWER
+                yield (f"{direction}, {kind}, {title}", f"iconv/ours/{place}", "iconv, ready",
+                       [(1, f"iconv/bare/{place}")], bar)
+                if size == 16:  # in longer texts opening is nothing
+                    yield (f"{direction}, {kind}, {title}", f"iconv/ours/{place}", "open, iconv, close",
+                           [(1, f"iconv/opening/{place}")], 0.2)
+
     for what, peer in (("compress", "compress2"), ("decompress", "uncompress")):
         for sample in ("text", "noise"):
             yield (f"{what} 3 MB of {sample}", f"zlib/{what}/ours/{sample}", peer,
@@ -85,6 +105,10 @@ GROWTH = (
     ("append pieces", "string/append/ours", "std::string", "string/append/string", (1_000, 10_000, 100_000, 1_000_000)),
     ("split tokens", "string/split/ours", "strtok_r", "string/split/strtok_r",
      (10, 100, 1_000, 10_000, 100_000, 1_000_000)),
+    ("packet, add items", "msgpacket/add/ours", "std::vector", "msgpacket/add/vector",
+     (1_000, 10_000, 100_000, 1_000_000)),
+    ("packet, read items by index", "msgpacket/read/ours", "by hand", "msgpacket/read/by-hand",
+     (1_000, 10_000, 100_000, 1_000_000)),
     ("compress, growing", "zlib/compress-growing/ours", "compress2", "zlib/compress-growing/zlib", GROWING),
     ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
     ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <iconv.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -48,12 +49,12 @@ bool FailsBytes(std::string_view function, size_t* size)
 const std::vector<std::string>& fault::Functions()
 {
     static const std::vector<std::string> functions = {
-        "malloc",    "calloc",   "realloc",      "strndup",   "open",         "openat", "read",
-        "write",     "writev",   "lstat",        "fstat",     "stat",         "mkdir",  "copy_file_range",
-        "rmdir",     "unlinkat", "fdopen",       "ftruncate", "symlink",      "getcwd", "fwrite",
-        "fdopendir", "flock",    "readlink",     "close",     "fcntl",        "fchmod", "unlink",
-        "statx",     "readdir",  "lseek",        "opendir",   "pread",        "pwrite", "reallocarray",
-        "mkdirat",   "futimens", "deflateInit_", "deflate",   "inflateInit_", "inflate"};
+        "malloc",    "calloc",   "realloc",      "strndup",   "open",         "openat",  "read",
+        "write",     "writev",   "lstat",        "fstat",     "stat",         "mkdir",   "copy_file_range",
+        "rmdir",     "unlinkat", "fdopen",       "ftruncate", "symlink",      "getcwd",  "fwrite",
+        "fdopendir", "flock",    "readlink",     "close",     "fcntl",        "fchmod",  "unlink",
+        "statx",     "readdir",  "lseek",        "opendir",   "pread",        "pwrite",  "reallocarray",
+        "mkdirat",   "futimens", "deflateInit_", "deflate",   "inflateInit_", "inflate", "iconv_open"};
     return functions;
 }
 
@@ -123,6 +124,7 @@ WRAP(off_t, -1, lseek, (int fd, off_t offset, int whence), (fd, offset, whence))
 WRAP(ssize_t, -1, readlink, (const char* path, char* buffer, size_t size), (path, buffer, size))
 WRAP(int, -1, statx, (int fd, const char* path, int flags, unsigned mask, struct statx* status),
      (fd, path, flags, mask, status))
+WRAP(iconv_t, reinterpret_cast<iconv_t>(-1), iconv_open, (const char* to, const char* from), (to, from))
 WRAP(size_t, 0, fwrite, (const void* data, size_t size, size_t count, FILE* file), (data, size, count, file))
 
 WRAP(void*, nullptr, reallocarray, (void* block, size_t count, size_t size), (block, count, size))

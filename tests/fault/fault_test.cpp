@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 
+#include "../../src/internal/converter.h"
 #include "../support/cabinet.h"
 #include "../support/error_text.h"
 #include "../support/log_context.h"
@@ -173,6 +174,40 @@ bool Collect(const LogDir&)
     ZKQGeneral_FreeMallocBuffer(taken);
     ZKQGeneral_MEM_free(object);
     return complete;
+}
+
+/// A packet that grows and is read back, then one from its bytes.
+bool BuildPacket(const LogDir&)
+{
+    void* packet = nullptr;
+    if (!ZKQGeneral_CreateMsgPacket(16, &packet))
+        return false;
+    const std::string value(1000, 'v');
+    bool complete = ZKQGeneral_MsgPacket_OID_AddInt(packet, 1, 2) != 0;
+    complete = complete && ZKQGeneral_MsgPacket_OID_AddString(packet, 3, value.c_str()) != 0;
+    unsigned char* bytes = nullptr;
+    int size = 0;
+    void* copy = nullptr;
+    EXPECT_TRUE(ZKQGeneral_MsgPacket_GetBuffer(packet, &bytes, &size));
+    complete = complete && ZKQGeneral_InitMsgPacket(bytes, size, 16, &copy) != 0;
+    char* text = nullptr;
+    EXPECT_TRUE(!complete || (ZKQGeneral_MsgPacket_OID_GetStringPtr(copy, 3, &text) && text == value));
+    ZKQGeneral_DestroyMsgPacket(packet);
+    ZKQGeneral_DestroyMsgPacket(copy);
+    return complete;
+}
+
+/// A text too long for the stack, with a character that the tables leave to the system's converter.
+bool ConvertLongText(const LogDir&)
+{
+    CloseConverters();
+    const std::string text = std::string(5000, 'x') + "\xF3\xA0\x80\x81";
+    std::string room(text.size(), '\0');
+    int length = static_cast<int>(room.size());
+    const BOOL converted = ZKQGeneral_UTF8ToAnsi(text.c_str(), room.data(), length, &length);
+    EXPECT_EQ(length, converted ? 5000 : 5004);
+    EXPECT_EQ(room, converted ? std::string(5000, 'x') + std::string(4, '\0') : std::string(5004, '\0'));
+    return converted;
 }
 
 bool MakeContext(const LogDir& dir)
@@ -420,6 +455,9 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"profile_write_in_memory", [](const LogDir&) {}, WriteKeyInMemory, {}, {}},
         Scenario{"split", [](const LogDir&) {}, Split, {}, {"strndup"}},
         Scenario{"collect", [](const LogDir&) {}, Collect, {"calloc"}, kEverything},
+        // Twice what is needed may fail as long as what is needed can be had.
+        Scenario{"packet", [](const LogDir&) {}, BuildPacket, {"realloc"}, {}},
+        Scenario{"convert_long_text", [](const LogDir&) {}, ConvertLongText, {}, {}},
         Scenario{"log_context",
                  AllOn,
                  MakeContext,
@@ -619,6 +657,64 @@ TEST(MemoryObject, WhoseRoomCannotBeHadIsIgnoredByEveryOperation)
     EXPECT_EQ(size, 42);
     ZKQGeneral_MEM_free(object);
     ZKQGeneral_MEM_free(object);
+}
+
+TEST(Packet, EveryAllocationThatCannotBeDoneWithout)
+{
+    void* packet = nullptr;
+    for (const char* function : {"calloc", "realloc"}) {
+        fault::Arm(function, 0, {ENOMEM, false});
+        EXPECT_FALSE(ZKQGeneral_CreateMsgPacket(0, &packet));
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(support::ErrorText(), strerror(ENOMEM));
+        EXPECT_EQ(packet, nullptr);
+    }
+    fault::Arm("realloc", 1, {ENOMEM, false});
+    EXPECT_TRUE(ZKQGeneral_CreateMsgPacket(0, &packet)) << "the room that is needed is less than the one asked for";
+    EXPECT_TRUE(fault::Disarm());
+    const std::string item(2000, 'i');
+    fault::Arm("realloc", 0, {ENOMEM, false});
+    EXPECT_FALSE(ZKQGeneral_MsgPacket_AddBuffer(packet, item.data(), 2000));
+    fault::Disarm();
+    EXPECT_EQ(support::ErrorText(), strerror(ENOMEM));
+    int count = 0;
+    EXPECT_TRUE(ZKQGeneral_MsgPacket_GetCount(packet, &count));
+    EXPECT_EQ(count, 1) << "counted first";
+    EXPECT_FALSE(ZKQGeneral_MsgPacket_GetData(packet, 0, nullptr, &count));
+    EXPECT_EQ(support::ErrorText(), strerror(EBADMSG));
+    ZKQGeneral_DestroyMsgPacket(packet);
+}
+
+TEST(Charset, AConverterThatCannotBeOpenedFailsEverything)
+{
+    for (const char* text : {"ascii", "\xD6\xD0"}) {
+        CloseConverters();
+        char out[16] = "before";
+        int length = sizeof out;
+        fault::Arm("iconv_open", 1, {EMFILE, false});
+        EXPECT_FALSE(ZKQGeneral_AnsiToUTF8(text, out, 2, &length));
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(support::ErrorText(), strerror(EMFILE));
+        EXPECT_STREQ(out, "before");
+        EXPECT_EQ(length, 16);
+        EXPECT_TRUE(ZKQGeneral_AnsiToUTF8(text, out, 2, &length)) << "and is tried again";
+    }
+}
+
+TEST(Charset, TablesThatCannotBeFilledAreDoneWithout)
+{
+    char out[16];
+    int length = sizeof out;
+    CloseConverters();
+    ASSERT_TRUE(ZKQGeneral_AnsiToUTF8("a", out, 1, &length));
+    fault::Arm("iconv_open", 1, {EMFILE, false}); // the one that the row of this character would be filled with
+    length = sizeof out;
+    EXPECT_TRUE(ZKQGeneral_AnsiToUTF8("\x8B\x41", out, 2, &length));
+    EXPECT_TRUE(fault::Disarm());
+    EXPECT_EQ(std::string(out, static_cast<size_t>(length)), "婣");
+    length = sizeof out;
+    EXPECT_TRUE(ZKQGeneral_AnsiToUTF8("\x8B\x42", out, 2, &length));
+    EXPECT_EQ(std::string(out, static_cast<size_t>(length)), "婤");
 }
 
 TEST(Splitter, LeavesATokenNullThatCannotBeCopied)

@@ -52,6 +52,27 @@ static void CheckString(void)
     ZKQGeneral_MEM_free(memory);
 }
 
+static void CheckPacket(void)
+{
+    unsigned char bytes[32];
+    MSGDATA packet;
+    void* copy = NULL;
+    int value = 0;
+    Check("msgpacket", ZKQGeneral_CreateMsgPacket2(bytes, sizeof bytes, &packet) == TRUE);
+    Check("msgpacket", ZKQGeneral_MsgPacket_OID_AddInt(&packet, 7, -3) == TRUE && packet.size == 20);
+    Check("msgpacket", ZKQGeneral_InitMsgPacket(bytes, packet.size, 0, &copy) == TRUE);
+    Check("msgpacket", ZKQGeneral_MsgPacket_OID_GetInt(copy, 7, &value) == TRUE && value == -3);
+    ZKQGeneral_DestroyMsgPacket(copy);
+}
+
+static void CheckCharset(void)
+{
+    char text[8];
+    int length = sizeof text;
+    Check("iconv", ZKQGeneral_AnsiToUTF8("\xD6\xD0", text, 2, &length) == TRUE);
+    Check("iconv", length == 3 && memcmp(text, "\xE4\xB8\xAD", 3) == 0);
+}
+
 static void CheckLog(void)
 {
     void* context = NULL;
@@ -92,6 +113,8 @@ int main(void)
     CheckSystem();
     CheckProfile();
     CheckString();
+    CheckPacket();
+    CheckCharset();
     CheckLog();
     CheckZlib();
     CheckMyCab();

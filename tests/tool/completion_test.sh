@@ -24,12 +24,13 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file z cab; do
+for group in ini log file packet z cab; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
     done
 done
+offers "$(from_help conv)" conv -
 offers 'ini' i
 offers 'sections set' ini se
 
@@ -69,6 +70,15 @@ offers '' file copy other.txt other.txt ''
 offers 'logs' file mkdirs l
 offers 'logs' file rmtree --yes l
 offers '' file temp ''
+offers 'other.txt' packet dump o
+offers '' packet dump other.txt ''
+offers 'other.txt' conv o
+offers 'other.txt' conv --from GBK --to UTF-8 o
+offers 'other.txt' conv other.txt -o o
+offers '' conv other.txt ''
+offers 'UCS-2LE UTF-8' conv --from U
+offers 'GBK' conv --from UTF-8 --to G
+
 # Compression and cabinets.
 offers 'other.txt' z compress o
 offers 'other.txt' z decompress --output o

@@ -7,5 +7,7 @@
 void AddIniCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
+void AddPacketCommands(CLI::App& app);
+void AddConvCommand(CLI::App& app);
 void AddZCommands(CLI::App& app);
 void AddCabCommands(CLI::App& app);

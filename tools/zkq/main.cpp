@@ -22,6 +22,8 @@ void AddCommands(CLI::App& app)
     AddIniCommands(app);
     AddLogCommands(app);
     AddFileCommands(app);
+    AddPacketCommands(app);
+    AddConvCommand(app);
     AddZCommands(app);
     AddCabCommands(app);
     UnguardOptions(app);

@@ -37,18 +37,18 @@ _zkq_offer_listed() {
     _zkq_offer < <("$program" "$@" 2>/dev/null)
 }
 
-# Sorts the words before the cursor into the array "positionals" and the log directory "dir"; options that take a value
-# swallow the next word.
+# Sorts the words from a number up to the cursor into the array "positionals" and the log directory "dir"; options that take
+# a value swallow the next word.
 _zkq_read_words() {
     local i word
-    for ((i = 3; i < COMP_CWORD; ++i)); do
+    for ((i = $1; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         case $word in
             --dir)
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n | --output | -o | -d) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --from | --to | --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -63,6 +63,8 @@ _zkq_options() {
         'log level') _zkq_offer_words --dir --help ;;
         'file copy') _zkq_offer_words --no-clobber --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
+        'packet dump') _zkq_offer_words --oid --help ;;
+        conv) _zkq_offer_words --from --to --output --help ;;
         'z '*) _zkq_offer_words --output --help ;;
         'cab make') _zkq_offer_words --no-top-files --quiet --help ;;
         'cab list') _zkq_offer_words --long --help ;;
@@ -74,7 +76,7 @@ _zkq_options() {
 
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
-        'ini '*' 0' | 'log tail 0' | 'file copy '[01]) _zkq_offer_paths -f ;;
+        'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -91,13 +93,15 @@ _zkq_positional() {
     esac
 }
 
+# Completes behind a command of so many words.
 _zkq_command() {
     local command=$1 dir=. positionals=()
-    _zkq_read_words
+    _zkq_read_words "$2"
     case ${COMP_WORDS[COMP_CWORD - 1]} in
         --dir | -d) _zkq_offer_paths -d ;;
         --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
+        --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
         --default | --project | --lines | -n) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
@@ -112,17 +116,25 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file z cab --help --version ;;
+        1) _zkq_offer_words ini log file packet conv z cab --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
+                packet) _zkq_offer_words dump --help ;;
+                conv) _zkq_command conv 2 ;;
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
             esac
             ;;
-        *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" ;;
+        *)
+            if [[ ${COMP_WORDS[1]} == conv ]]; then
+                _zkq_command conv 2
+            else
+                _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3
+            fi
+            ;;
     esac
 }
 
