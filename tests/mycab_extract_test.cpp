@@ -353,6 +353,8 @@ TEST_F(DirectoryText, TextEndsAtANul)
     EXPECT_EQ(ReadFile(dir.File("out/f")), "content");
     EXPECT_FALSE(ExtractWith(std::string("\0", 1) + "[File0]\n" + keys));
     EXPECT_SYSTEM_ERROR(EBADMSG);
+    EXPECT_FALSE(ExtractWith("[File0]\nName = f\n" + std::string("\0\n", 2) + keys));
+    EXPECT_SYSTEM_ERROR(EBADMSG);
 }
 
 TEST_F(DirectoryText, NumbersAreReadAsFarAsTheyGo)

@@ -2,14 +2,17 @@
 #include <ZKQ_general/mycab.h>
 #include <errno.h>
 #include <limits.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <functional>
 
 #include "support/buffer.h"
 #include "support/cabinet.h"
+#include "support/child.h"
 #include "support/error_text.h"
 #include "support/paths.h"
+#include "support/sanitizer.h"
 #include "support/working_dir.h"
 
 namespace {
@@ -240,6 +243,26 @@ TEST(Hostile, ASizeLargerThanWhatComesOut)
     cabinet.entries[0].size = "8";
     box.ExpectRefused(cabinet, EBADMSG);
     EXPECT_FALSE(Exists(box.OutFile("f")));
+}
+
+TEST(Hostile, ASizeThatNoStreamCanHaveTakesNoMemory)
+{
+    if (support::IsInstrumented())
+        GTEST_SKIP() << "limits on memory mean nothing here";
+    const Box box;
+    RUN_IN_CHILD([&] {
+        const rlimit limit = {1 << 30, 1 << 30};
+        if (setrlimit(RLIMIT_AS, &limit) != 0)
+            support::SkipChild("setrlimit");
+        Cabinet cabinet = One();
+        cabinet.entries[0].size = "2147483647";
+        EXPECT_FALSE(box.Extract(cabinet));
+        EXPECT_SYSTEM_ERROR(EBADMSG);
+        cabinet = One();
+        cabinet.plain = INT32_MAX;
+        EXPECT_FALSE(box.Extract(cabinet));
+        EXPECT_SYSTEM_ERROR(EBADMSG);
+    });
 }
 
 TEST(Hostile, MembersThatOverlap)

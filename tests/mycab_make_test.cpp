@@ -445,6 +445,10 @@ TEST(Make, WhatFailsBeforeTheCabinetIsCreatedLeavesAnOlderOne)
     EXPECT_SYSTEM_ERROR(ENOENT);
     EXPECT_FALSE(Make(dir.File("c"), {}));
     EXPECT_FALSE(Make(dir.File("c"), {"a"}));
+    WriteFile(dir.File("empty"), "");
+    EXPECT_FALSE(Make(dir.File("c"), {dir.File("empty")}));
+    EXPECT_FALSE(Make(dir.File("c"), {dir.Path()}));
+    EXPECT_FALSE(Make(dir.File("c"), {"/dev/zero"}));
     EXPECT_EQ(ReadFile(dir.File("c")), "older");
 }
 
