@@ -7,10 +7,12 @@
 #ifndef ZKQ_GENERAL_H
 #define ZKQ_GENERAL_H
 
+#include <ZKQ_general/base64.h>
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/log.h>
+#include <ZKQ_general/md5.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/types.h>
