@@ -28,7 +28,7 @@ constinit std::atomic<int> CharPerLine{kDefaultLine};
 size_t GroupsPerLine(int MaxCharPerLine)
 {
     const auto length = static_cast<size_t>(std::abs(int64_t{MaxCharPerLine}));
-    return std::lcm(kGroupChars, length) / kGroupChars;
+    return length / std::gcd(length, kGroupChars);
 }
 
 /// Encodes the 1 or 2 bytes that are left over.

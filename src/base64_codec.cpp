@@ -1,27 +1,20 @@
 #include "internal/base64_codec.h"
 
+#include <atomic>
+
 namespace {
+
+constinit std::atomic<const Base64Codec*> chosen{nullptr};
 
 bool Always()
 {
     return true;
 }
 
-void EncodeGroupsPlain(const unsigned char* in, size_t groups, char* out)
-{
-    for (; groups > 0; --groups, in += 3, out += 4) {
-        const unsigned bits = unsigned{in[0]} << 16 | unsigned{in[1]} << 8 | in[2];
-        out[0] = kBase64Alphabet[bits >> 18];
-        out[1] = kBase64Alphabet[bits >> 12 & 63];
-        out[2] = kBase64Alphabet[bits >> 6 & 63];
-        out[3] = kBase64Alphabet[bits & 63];
-    }
-}
-
 void EncodeLinesPlain(const unsigned char* in, size_t lines, size_t groups, char* out)
 {
     for (; lines > 0; --lines) {
-        EncodeGroupsPlain(in, groups, out);
+        EncodeBase64Plain(in, groups, out);
         in += groups * 3;
         out += groups * 4;
         *out++ = '\r';
@@ -48,31 +41,36 @@ bool DecodeGroup(Base64Position* at, const char* end)
     return true;
 }
 
-/// Passes over breaks; false if there are none.
-bool PassBreaks(Base64Position* at, const char* end)
+} // namespace
+
+void EncodeBase64Plain(const unsigned char* in, size_t groups, char* out)
 {
-    const char* const before = at->text;
-    while (at->text != end && Base64Value(*at->text) == kBase64Break)
-        ++at->text;
-    return at->text != before;
+    for (; groups > 0; --groups, in += 3, out += 4) {
+        const unsigned bits = unsigned{in[0]} << 16 | unsigned{in[1]} << 8 | in[2];
+        out[0] = kBase64Alphabet[bits >> 18];
+        out[1] = kBase64Alphabet[bits >> 12 & 63];
+        out[2] = kBase64Alphabet[bits >> 6 & 63];
+        out[3] = kBase64Alphabet[bits & 63];
+    }
 }
 
-Base64Position DecodeGroupsPlain(Base64Position at, const char* end)
+Base64Position DecodeBase64Plain(Base64Position at, const char* end)
 {
-    while (DecodeGroup(&at, end) || PassBreaks(&at, end)) {
+    while (DecodeGroup(&at, end) || PassBase64Breaks(&at, end)) {
     }
     return at;
 }
 
-} // namespace
-
-constexpr std::array<Base64Codec, 3> kBase64Codecs = {{
-    {"plain", Always, EncodeLinesPlain, EncodeGroupsPlain, DecodeGroupsPlain},
-    {"plain", Always, EncodeLinesPlain, EncodeGroupsPlain, DecodeGroupsPlain},
-    {"plain", Always, EncodeLinesPlain, EncodeGroupsPlain, DecodeGroupsPlain},
-}};
+constexpr Base64Codec kBase64Plain = {"plain", Always, EncodeLinesPlain, EncodeBase64Plain, DecodeBase64Plain};
 
 const Base64Codec& ChooseBase64Codec()
 {
-    return kBase64Codecs[0];
+    const Base64Codec* codec = chosen.load(std::memory_order_relaxed);
+    if (codec != nullptr)
+        return *codec;
+    for (const Base64Codec* const each : kBase64Codecs)
+        if (each->IsSupported())
+            codec = each;
+    chosen.store(codec, std::memory_order_relaxed);
+    return *codec;
 }

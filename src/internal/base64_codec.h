@@ -49,8 +49,33 @@ struct Base64Codec {
     Base64Position (*DecodeGroups)(Base64Position at, const char* end);
 };
 
-/// From the plainest to the best; the first is supported everywhere.
-extern const std::array<Base64Codec, 3> kBase64Codecs;
+extern const Base64Codec kBase64Plain; ///< supported everywhere
+#if defined(__x86_64__)
+extern const Base64Codec kBase64Avx2;
+extern const Base64Codec kBase64Avx512;
+#endif
+
+/// From the plainest to the best.
+inline constexpr const Base64Codec* kBase64Codecs[] = {
+    &kBase64Plain,
+#if defined(__x86_64__)
+    &kBase64Avx2,
+    &kBase64Avx512,
+#endif
+};
+
+/// What the codecs share: the plain loops, for what is too short for a register.
+void EncodeBase64Plain(const unsigned char* in, size_t groups, char* out);
+Base64Position DecodeBase64Plain(Base64Position at, const char* end);
+
+/// Passes over breaks; false if there are none.
+inline bool PassBase64Breaks(Base64Position* at, const char* end)
+{
+    const char* const before = at->text;
+    while (at->text != end && Base64Value(*at->text) == kBase64Break)
+        ++at->text;
+    return at->text != before;
+}
 
 /// The best that this processor supports.
 const Base64Codec& ChooseBase64Codec();
