@@ -7,3 +7,5 @@
 void AddIniCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
+void AddBase64Commands(CLI::App& app);
+void AddMd5Command(CLI::App& app);

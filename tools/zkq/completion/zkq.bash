@@ -48,7 +48,7 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --columns | --output | -o) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -63,13 +63,16 @@ _zkq_options() {
         'log level') _zkq_offer_words --dir --help ;;
         'file copy') _zkq_offer_words --no-clobber --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
+        'b64 encode') _zkq_offer_words --columns --output --help ;;
+        'b64 decode') _zkq_offer_words --output --help ;;
+        md5*) _zkq_offer_words --check --quiet --status --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
 
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
-        'ini '*' 0' | 'log tail 0' | 'file copy '[01]) _zkq_offer_paths -f ;;
+        'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'b64 '*' 0' | 'md5 '*) _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -90,7 +93,8 @@ _zkq_command() {
     case ${COMP_WORDS[COMP_CWORD - 1]} in
         --dir) _zkq_offer_paths -d ;;
         --level) _zkq_offer_words debug info warn error ;;
-        --default | --project | --lines | -n) ;;
+        --output | -o) _zkq_offer_paths -f ;;
+        --default | --project | --lines | -n | --columns) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -104,12 +108,14 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file --help --version ;;
+        1) _zkq_offer_words ini log file b64 md5 --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
+                b64) _zkq_offer_words encode decode --help ;;
+                md5) _zkq_command md5 ;; # a command without commands
             esac
             ;;
         *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" ;;
