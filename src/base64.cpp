@@ -64,23 +64,69 @@ Step DecodeGroup(Base64Position* at)
 Step DecodeStep(Base64Position* at, const char* end)
 {
     const auto isBad = [](char c) { return Base64Value(c) == kBase64Bad; };
-    const auto isBreak = [](char c) { return Base64Value(c) == kBase64Break; };
-    if (isBreak(*at->text)) {
+    if (IsBase64Break(*at->text)) {
         ++at->text;
         return Step::kNext;
     }
     if (static_cast<size_t>(end - at->text) < kGroupChars || std::any_of(at->text, at->text + kGroupChars, isBad))
         return Step::kFault;
-    if (std::any_of(at->text + 1, at->text + kGroupChars, isBreak)) {
+    if (std::any_of(at->text + 1, at->text + kGroupChars, IsBase64Break)) {
         ++at->text;
         return Step::kNext;
     }
     return DecodeGroup(at);
 }
 
+/// A text of which the end is known.
+class MeasuredText {
+public:
+    explicit MeasuredText(std::string_view text) : end_(text.data() + text.size()) {}
+    const char* EndFrom(const char* /*at*/) const { return end_; }
+
+private:
+    const char* end_;
+};
+
+/// A text that ends with a NUL. It is measured piece by piece, so that what is decoded is still in the cache.
+class TerminatedText {
+public:
+    explicit TerminatedText(const char* text) : end_(text) {}
+
+    /// As far as the text is known: to its end, or a group behind `at` at least.
+    const char* EndFrom(const char* at)
+    {
+        if (!isWhole_ && static_cast<size_t>(end_ - at) < kGroupChars) {
+            const size_t length = strnlen(end_, kPiece);
+            isWhole_ = length < kPiece;
+            end_ += length;
+        }
+        return end_;
+    }
+
+private:
+    static constexpr size_t kPiece = 16 * 1024;
+
+    const char* end_;
+    bool isWhole_ = false;
+};
+
+template <class Text>
+int DecodeText(const Base64Codec& codec, Text text, Base64Position at, size_t* len)
+{
+    const unsigned char* const begin = at.out;
+    Step step = Step::kNext;
+    while (step == Step::kNext) {
+        at = codec.DecodeGroups(at, text.EndFrom(at.text));
+        const char* const end = text.EndFrom(at.text);
+        step = at.text == end ? Step::kEnd : DecodeStep(&at, end);
+    }
+    *len = static_cast<size_t>(at.out - begin);
+    return step == Step::kEnd ? 0 : EBADMSG;
+}
+
 /// Decodes into `out` and stores the number of bytes; the result of an exported function.
-template <class Count>
-BOOL Decode(std::string_view text, unsigned char* out, Count* len)
+template <class Text, class Count>
+BOOL Decode(Text text, unsigned char* out, Count* len)
 {
     size_t count = 0;
     const int error = ConvertFromBase64_R(text, out, &count);
@@ -122,15 +168,12 @@ char* EncodeBase64With(const Base64Codec& codec, const unsigned char* in, size_t
 
 int DecodeBase64With(const Base64Codec& codec, std::string_view text, unsigned char* out, size_t* len)
 {
-    const char* const end = text.data() + text.size();
-    Base64Position at = {text.data(), out};
-    Step step = Step::kNext;
-    while (step == Step::kNext) {
-        at = codec.DecodeGroups(at, end);
-        step = at.text == end ? Step::kEnd : DecodeStep(&at, end);
-    }
-    *len = static_cast<size_t>(at.out - out);
-    return step == Step::kEnd ? 0 : EBADMSG;
+    return DecodeText(codec, MeasuredText(text), {text.data(), out}, len);
+}
+
+int DecodeBase64With(const Base64Codec& codec, const char* text, unsigned char* out, size_t* len)
+{
+    return DecodeText(codec, TerminatedText(text), {text, out}, len);
 }
 
 size_t Base64LengthWithBreaks(size_t len, int MaxCharPerLine)
@@ -146,6 +189,11 @@ char* ConvertToBase64_R(const unsigned char* in, size_t len, char* out, int MaxC
 }
 
 int ConvertFromBase64_R(std::string_view text, unsigned char* out, size_t* len)
+{
+    return DecodeBase64With(ChooseBase64Codec(), text, out, len);
+}
+
+int ConvertFromBase64_R(const char* text, unsigned char* out, size_t* len)
 {
     return DecodeBase64With(ChooseBase64Codec(), text, out, len);
 }

@@ -9,6 +9,7 @@
 #endif
 #include <immintrin.h>
 
+#include <algorithm>
 #include <bit>
 
 // A function that uses the instructions says so; there is no other way to call them in a program for any processor.
@@ -149,16 +150,55 @@ ZKQ_AVX512 inline Base64Position DecodeBlocks(Base64Position at, const char* end
             _mm512_or_si512(_mm512_or_si512(values[0], values[1]), _mm512_or_si512(values[2], values[3]));
         if (_mm512_movepi8_mask(all) != 0)
             break;
-        for (size_t i = 0; i < kAtOnce; ++i)
-            StoreBlock(values[i], at.out + i * kBlockBytes);
+        // What the others write too much the next one overwrites.
+        for (size_t i = 0; i + 1 < kAtOnce; ++i)
+            _mm512_storeu_si512(at.out + i * kBlockBytes, Pack(values[i]));
+        StoreBlock(values[kAtOnce - 1], at.out + (kAtOnce - 1) * kBlockBytes);
         at.text += kAtOnce * kBlockChars;
         at.out += kAtOnce * kBlockBytes;
     }
     return at;
 }
 
+/// Decodes the characters of a line if all are in the alphabet; false, perhaps with some decoded, if not.
+ZKQ_AVX512 inline bool DecodeLine(Base64Position at, size_t chars)
+{
+    if (chars < kBlockChars) {
+        const __m512i values = LookUp(_mm512_maskz_loadu_epi8(LowBits(chars), at.text));
+        if ((_mm512_movepi8_mask(values) & LowBits(chars)) != 0)
+            return false;
+        _mm512_mask_storeu_epi8(at.out, LowBits(chars / 4 * 3), Pack(values));
+        return true;
+    }
+    // The last block ends with the line, and covers some of the one before once more.
+    for (size_t done = 0; done < chars; done += kBlockChars) {
+        const size_t begin = std::min(done, chars - kBlockChars);
+        const __m512i values = LookUp(_mm512_loadu_si512(at.text + begin));
+        if (_mm512_movepi8_mask(values) != 0)
+            return false;
+        StoreBlock(values, at.out + begin / 4 * 3);
+    }
+    return true;
+}
+
+/// Decodes lines like the one before, which had `chars` characters and `breaks` breaks. Since each is taken for such a
+/// line until it proves to be another, the processor need not wait for the end of one to begin with the next.
+ZKQ_AVX512 Base64Position DecodeLines(Base64Position at, const char* end, size_t chars, size_t breaks)
+{
+    constexpr size_t kMostBreaks = 2;
+    if (chars == 0 || breaks > kMostBreaks)
+        return at;
+    while (static_cast<size_t>(end - at.text) >= chars + breaks && IsBase64Break(at.text[chars]) &&
+           IsBase64Break(at.text[chars + breaks - 1]) && DecodeLine(at, chars)) {
+        at.text += chars + breaks;
+        at.out += chars / 4 * 3;
+    }
+    return at;
+}
+
 ZKQ_AVX512 Base64Position DecodeGroups(Base64Position at, const char* end)
 {
+    const char* line = at.text;
     at = DecodeBlocks(at, end);
     for (;;) {
         const uint64_t present = LowBits(static_cast<size_t>(end - at.text));
@@ -174,8 +214,11 @@ ZKQ_AVX512 Base64Position DecodeGroups(Base64Position at, const char* end)
         _mm512_mask_storeu_epi8(at.out, LowBits(3 * groups), Pack(values));
         at.text += 4 * groups;
         at.out += 3 * groups;
+        const char* const lineEnd = at.text;
         if (!PassBase64Breaks(&at, end))
             return at;
+        at = DecodeLines(at, end, static_cast<size_t>(lineEnd - line), static_cast<size_t>(at.text - lineEnd));
+        line = at.text;
     }
 }
 

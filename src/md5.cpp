@@ -41,54 +41,73 @@ constexpr size_t WordOf(size_t step)
     return (step * factors[step / 16] + offsets[step / 16]) % 16;
 }
 
-struct State {
-    uint32_t words[4];
-};
+using State = std::array<uint32_t, 4>;
+
+/// A sum that the compiler may not take apart again: left to itself it puts what comes late in the chain first.
+[[gnu::always_inline]] inline uint32_t EarlySum(uint32_t a, uint32_t b)
+{
+    uint32_t sum = a + b;
+    asm("" : "+r"(sum));
+    return sum;
+}
 
 /// One of the 64 steps. Each waits for the one before, which has made `b`; so whatever does not need `b` is added first.
 template <size_t kStep>
-[[gnu::always_inline]] inline void DoStep(State& state, const unsigned char* block)
+[[gnu::always_inline]] inline uint32_t DoStep(uint32_t a, uint32_t b, uint32_t c, uint32_t d,
+                                              const unsigned char* block)
 {
-    uint32_t& a = state.words[(kSteps - kStep) % 4];
-    const uint32_t b = state.words[(kSteps - kStep + 1) % 4];
-    const uint32_t c = state.words[(kSteps - kStep + 2) % 4];
-    const uint32_t d = state.words[(kSteps - kStep + 3) % 4];
     uint32_t word;
     memcpy(&word, block + WordOf(kStep) * sizeof word, sizeof word);
-    a += word + kSines[kStep];
+    uint32_t sum = EarlySum(a, word + kSines[kStep]);
     if constexpr (kStep < 16) {
-        a += d ^ (b & (c ^ d));
+        sum += d ^ (b & (c ^ d));
     } else if constexpr (kStep < 32) {
-        a += c & ~d; // no bit is set in both halves of the choice, so they may be added one by one
-        a += b & d;
+        // No bit is set in both halves of the choice, so they may be added one by one.
+        sum = EarlySum(sum, c & ~d) + (b & d);
     } else if constexpr (kStep < 48) {
-        a += b ^ (c ^ d);
+        sum += b ^ (c ^ d);
     } else {
-        a += c ^ (b | ~d);
+        sum += c ^ (b | ~d);
     }
-    a = b + std::rotl(a, kRotations[kStep / 16][kStep % 4]);
+    return b + std::rotl(sum, kRotations[kStep / 16][kStep % 4]);
 }
 
-template <size_t... kIndices>
-[[gnu::always_inline]] inline void DoSteps(State& state, const unsigned char* block, std::index_sequence<kIndices...>)
+/// The four words of the state; named, since the compilers do not keep an array in registers.
+struct Words {
+    uint32_t a;
+    uint32_t b;
+    uint32_t c;
+    uint32_t d;
+};
+
+template <size_t kStep>
+[[gnu::always_inline]] inline void DoFourSteps(Words& w, const unsigned char* block)
 {
-    (DoStep<kIndices>(state, block), ...);
+    w.a = DoStep<kStep>(w.a, w.b, w.c, w.d, block);
+    w.d = DoStep<kStep + 1>(w.d, w.a, w.b, w.c, block);
+    w.c = DoStep<kStep + 2>(w.c, w.d, w.a, w.b, block);
+    w.b = DoStep<kStep + 3>(w.b, w.c, w.d, w.a, block);
 }
 
-void MD5Transform(std::array<uint32_t, 4>& digest, const unsigned char* bytes, size_t blocks)
+template <size_t... kFours>
+[[gnu::always_inline]] inline void DoSteps(Words& words, const unsigned char* block, std::index_sequence<kFours...>)
 {
-    State state = {{digest[0], digest[1], digest[2], digest[3]}};
+    (DoFourSteps<4 * kFours>(words, block), ...);
+}
+
+void MD5Transform(State& state, const unsigned char* bytes, size_t blocks)
+{
+    Words words = {state[0], state[1], state[2], state[3]};
     for (; blocks > 0; --blocks, bytes += kMd5BlockSize) {
-        const State before = state;
-        DoSteps(state, bytes, std::make_index_sequence<kSteps>());
-        for (size_t i = 0; i < 4; ++i)
-            state.words[i] += before.words[i];
+        const Words before = words;
+        DoSteps(words, bytes, std::make_index_sequence<kSteps / 4>());
+        words = {words.a + before.a, words.b + before.b, words.c + before.c, words.d + before.d};
     }
-    std::copy_n(state.words, digest.size(), digest.begin());
+    state = {words.a, words.b, words.c, words.d};
 }
 
 /// Digests the last bytes, less than a block of them, with the padding and the length behind them.
-void DoLastBlocks(std::array<uint32_t, 4>& state, const unsigned char* bytes, uint64_t length)
+void DoLastBlocks(State& state, const unsigned char* bytes, uint64_t length)
 {
     unsigned char block[kMd5BlockSize] = {};
     const size_t count = length % kMd5BlockSize;
@@ -141,7 +160,7 @@ void MD5Final(unsigned char* digest, Md5Context* context)
 void Md5Digest(const void* bytes, size_t length, unsigned char* digest)
 {
     const auto* const begin = static_cast<const unsigned char*>(bytes);
-    std::array<uint32_t, 4> state = kInitialState;
+    State state = kInitialState;
     const size_t blocks = length / kMd5BlockSize;
     MD5Transform(state, begin, blocks);
     DoLastBlocks(state, begin + blocks * kMd5BlockSize, length);

@@ -6,7 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <memory>
+#include <array>
 #include <random>
 #include <string>
 
@@ -90,6 +90,16 @@ protected:
             if (!atEnd) {
                 ASSERT_EQ(std::string(out + length, 100), std::string(100, 'x')) << text;
             }
+            if (text.find('\0') != std::string::npos)
+                continue;
+            // The same text with a NUL.
+            char* const terminated = atEnd ? in - 1 : in;
+            memmove(terminated, in, text.size());
+            terminated[text.size()] = '\0';
+            memset(out_.AtBegin(), 'x', kMost);
+            length = 4711;
+            ASSERT_EQ(DecodeBase64With(*GetParam(), terminated, reinterpret_cast<unsigned char*>(out), &length), error);
+            ASSERT_EQ(std::string(out, length), expected.bytes) << text;
         }
     }
 
@@ -160,6 +170,47 @@ TEST_P(Codec, RandomTexts)
         text.resize(std::min<size_t>(text.size(), 3000));
         ASSERT_NO_FATAL_FAILURE(ExpectDecodes(text));
     }
+}
+
+TEST_P(Codec, LinesOfChangingLengths)
+{
+    std::mt19937 random(5);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (size_t lines = random() % 12; lines > 0; --lines) {
+            const std::string line = model::Encode(RandomBytes(random, 3 * (random() % 50)), 0);
+            const char* const lineBreak = std::array{"\r\n", "\n", " ", "\r\n \n", "\r", "", "=", "*"}[random() % 8];
+            for (size_t times = random() % 6; times > 0; --times)
+                text += line + lineBreak;
+        }
+        text.resize(std::min<size_t>(text.size(), 3000));
+        ASSERT_NO_FATAL_FAILURE(ExpectDecodes(text));
+        if (!text.empty()) {
+            text[random() % text.size()] = "\n =*A"[random() % 5];
+            ASSERT_NO_FATAL_FAILURE(ExpectDecodes(text));
+        }
+    }
+}
+
+TEST_P(Codec, TextsLongerThanWhatIsMeasuredAtOnce)
+{
+    std::mt19937 random(6);
+    constexpr size_t piece = 16 * 1024;
+    for (const int perLine : {0, 64, 72})
+        for (size_t place = piece - 12; place < piece + 12; ++place) {
+            std::string text = model::Encode(RandomBytes(random, piece), perLine);
+            text.resize(place);
+            std::string out(2 * piece, 'x');
+            for (const std::string behind : {"", "YWJj", "=", "==", "YQ==", "*", " ", "\r\n", "Y\nW"}) {
+                const std::string whole = text + behind;
+                const model::Decoded expected = model::Decode(whole);
+                size_t length = 0;
+                EXPECT_EQ(
+                    DecodeBase64With(*GetParam(), whole.c_str(), reinterpret_cast<unsigned char*>(out.data()), &length),
+                    expected.good ? 0 : EBADMSG);
+                EXPECT_EQ(out.substr(0, length), expected.bytes);
+            }
+        }
 }
 
 TEST_P(Codec, LengthsAreToldInAdvance)

@@ -25,3 +25,5 @@ char* ConvertToBase64_R(const unsigned char* in, size_t len, char* out, int MaxC
 /// Decodes a text, which need not be terminated. `*len` is the number of bytes written, at most 3 for each 4 characters;
 /// 0, or EBADMSG with those before the fault.
 int ConvertFromBase64_R(std::string_view text, unsigned char* out, size_t* len);
+/// As above, for a text that ends with a NUL: faster than if the caller measured it.
+int ConvertFromBase64_R(const char* text, unsigned char* out, size_t* len);

@@ -30,6 +30,11 @@ constexpr uint8_t Base64Value(char c)
     return kBase64Values[static_cast<uint8_t>(c)];
 }
 
+constexpr bool IsBase64Break(char c)
+{
+    return Base64Value(c) == kBase64Break;
+}
+
 /// How far a decoder has come.
 struct Base64Position {
     const char* text;
@@ -72,7 +77,7 @@ Base64Position DecodeBase64Plain(Base64Position at, const char* end);
 inline bool PassBase64Breaks(Base64Position* at, const char* end)
 {
     const char* const before = at->text;
-    while (at->text != end && Base64Value(*at->text) == kBase64Break)
+    while (at->text != end && IsBase64Break(*at->text))
         ++at->text;
     return at->text != before;
 }
@@ -83,3 +88,5 @@ const Base64Codec& ChooseBase64Codec();
 /// The functions of internal/base64.h with a given codec.
 char* EncodeBase64With(const Base64Codec& codec, const unsigned char* in, size_t len, char* out, int MaxCharPerLine);
 int DecodeBase64With(const Base64Codec& codec, std::string_view text, unsigned char* out, size_t* len);
+/// A text that ends with a NUL.
+int DecodeBase64With(const Base64Codec& codec, const char* text, unsigned char* out, size_t* len);
