@@ -107,7 +107,7 @@ ZKQ_AVX2 void EncodeLines(const unsigned char* in, size_t lines, size_t groups, 
 /// holds no character of the alphabet.
 constexpr uint8_t RowBit(size_t row)
 {
-    return row >= 2 && row <= 7 ? static_cast<uint8_t>(1 << row) : 1;
+    return static_cast<uint8_t>(row >= 2 && row <= 7 ? 1u << row : 1u);
 }
 
 constexpr Half kRowBits = [] {
@@ -121,7 +121,7 @@ constexpr Half kOthersInColumn = [] {
     Half others{};
     for (size_t byte = 0; byte < 256; ++byte)
         if (kBase64Values[byte] > 63)
-            others[byte % 16] |= RowBit(byte / 16);
+            others[byte % 16] = static_cast<uint8_t>(others[byte % 16] | RowBit(byte / 16));
     return others;
 }();
 

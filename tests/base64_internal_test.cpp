@@ -144,7 +144,7 @@ TEST_P(Codec, EveryByteInEveryPlace)
 TEST_P(Codec, EveryCharacterOfEveryLengthReplacedOrInserted)
 {
     std::mt19937 random(3);
-    for (size_t length = 0; length <= 300; length += 7) {
+    for (size_t length = 0; length <= 300; length += 13) {
         const std::string clean = model::Encode(RandomBytes(random, length), length % 2 == 0 ? 0 : 72);
         for (size_t place = 0; place < clean.size(); ++place)
             for (const char other : {'=', '\r', ' ', '*', '\x80', '\xFF', '-'}) {
@@ -162,7 +162,7 @@ TEST_P(Codec, EveryCharacterOfEveryLengthReplacedOrInserted)
 TEST_P(Codec, RandomTexts)
 {
     std::mt19937 random(4);
-    for (int round = 0; round < 30000; ++round) {
+    for (int round = 0; round < 6000; ++round) {
         std::string text;
         while (random() % 8 != 0)
             text += random() % 3 == 0 ? std::string(random() % 4, "\r\n =*"[random() % 5])
@@ -196,8 +196,8 @@ TEST_P(Codec, TextsLongerThanWhatIsMeasuredAtOnce)
 {
     std::mt19937 random(6);
     constexpr size_t piece = 16 * 1024;
-    for (const int perLine : {0, 64, 72})
-        for (size_t place = piece - 12; place < piece + 12; ++place) {
+    for (const int perLine : {0, 72})
+        for (size_t place = piece - 5; place < piece + 5; ++place) {
             std::string text = model::Encode(RandomBytes(random, piece), perLine);
             text.resize(place);
             std::string out(2 * piece, 'x');
