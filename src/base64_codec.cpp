@@ -65,12 +65,12 @@ constexpr Base64Codec kBase64Plain = {"plain", Always, EncodeLinesPlain, EncodeB
 
 const Base64Codec& ChooseBase64Codec()
 {
-    const Base64Codec* codec = chosen.load(std::memory_order_relaxed);
-    if (codec != nullptr)
-        return *codec;
-    for (const Base64Codec* const each : kBase64Codecs)
-        if (each->IsSupported())
-            codec = each;
-    chosen.store(codec, std::memory_order_relaxed);
-    return *codec;
+    if (const Base64Codec* const known = chosen.load(std::memory_order_relaxed))
+        return *known;
+    const Base64Codec* best = &kBase64Plain;
+    for (const Base64Codec* const codec : kBase64Codecs)
+        if (codec->IsSupported())
+            best = codec;
+    chosen.store(best, std::memory_order_relaxed);
+    return *best;
 }
