@@ -192,6 +192,21 @@ TEST_P(Codec, LinesOfChangingLengths)
     }
 }
 
+TEST_P(Codec, BreaksThatAreNotLikeTheOnesBefore)
+{
+    for (const size_t chars : {4, 32, 60, 64, 72, 76, 128})
+        for (const size_t breaks : {1, 2, 3, 4}) {
+            const std::string line(chars, 'Q');
+            const std::string text = line + std::string(breaks, '\n') + line + std::string(breaks, '\n') + line;
+            for (size_t place = 0; place < text.size(); ++place)
+                for (const char other : {'A', '=', '*', '\r'}) {
+                    std::string changed = text;
+                    changed[place] = other;
+                    ASSERT_NO_FATAL_FAILURE(ExpectDecodes(changed));
+                }
+        }
+}
+
 TEST_P(Codec, TextsLongerThanWhatIsMeasuredAtOnce)
 {
     std::mt19937 random(6);
