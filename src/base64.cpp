@@ -63,18 +63,20 @@ Step DecodeGroup(Base64Position* at)
 /// Whatever the inner loops leave over: padding, breaks inside a group, faults.
 Step DecodeStep(Base64Position* at, const char* end)
 {
-    const auto isBad = [](char c) { return Base64Value(c) == kBase64Bad; };
     if (IsBase64Break(*at->text)) {
         ++at->text;
         return Step::kNext;
     }
-    if (static_cast<size_t>(end - at->text) < kGroupChars || std::any_of(at->text, at->text + kGroupChars, isBad))
+    if (static_cast<size_t>(end - at->text) < kGroupChars)
         return Step::kFault;
-    if (std::any_of(at->text + 1, at->text + kGroupChars, IsBase64Break)) {
-        ++at->text;
-        return Step::kNext;
-    }
-    return DecodeGroup(at);
+    const char* const group = at->text;
+    const auto isBad = [](char c) { return Base64Value(c) == kBase64Bad; };
+    if ((Base64Value(group[0]) | Base64Value(group[1]) | Base64Value(group[2]) | Base64Value(group[3])) < kBase64Break)
+        return DecodeGroup(at);
+    if (std::any_of(group, group + kGroupChars, isBad))
+        return Step::kFault;
+    ++at->text; // a break inside the group
+    return Step::kNext;
 }
 
 /// A text of which the end is known.
