@@ -12,7 +12,6 @@
 
 #include "../src/internal/base64.h"
 #include "../src/internal/base64_codec.h"
-#include "messages_gbk.h"
 #include "support/base64_model.h"
 #include "support/paths.h"
 

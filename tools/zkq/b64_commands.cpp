@@ -3,6 +3,9 @@
 #include <ZKQ_general/error.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <memory>
+
 #include "arguments.h"
 #include "bytes.h"
 #include "commands.h"

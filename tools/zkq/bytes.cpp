@@ -1,6 +1,7 @@
 #include "bytes.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <sys/stat.h>
 
 #include "failure.h"
@@ -9,6 +10,7 @@
 namespace {
 
 constexpr size_t kPiece = 1 << 20;
+constexpr size_t kMost = UINT_MAX; // what the library takes at once
 
 } // namespace
 
@@ -35,7 +37,8 @@ std::string ByteSource::ReadAll()
 {
     std::string bytes;
     for (std::string piece = Read(kPiece); !piece.empty(); piece = Read(kPiece))
-        bytes += piece;
+        if (bytes.append(piece).size() > kMost)
+            throw SystemFailure("cannot read " + name_, EFBIG);
     return bytes;
 }
 

@@ -22,6 +22,7 @@ public:
 
     /// The next bytes, `size` of them unless the end comes first.
     std::string Read(size_t size);
+    /// All bytes, of which there must be less than 4 GiB.
     std::string ReadAll();
     /// Fails if `path` is the file that is read, which writing would destroy.
     void RequireOtherThan(const std::string& path) const;
