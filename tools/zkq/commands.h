@@ -9,3 +9,5 @@ void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
 void AddPacketCommands(CLI::App& app);
 void AddConvCommand(CLI::App& app);
+void AddBase64Commands(CLI::App& app);
+void AddMd5Command(CLI::App& app);

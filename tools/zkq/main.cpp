@@ -24,6 +24,8 @@ void AddCommands(CLI::App& app)
     AddFileCommands(app);
     AddPacketCommands(app);
     AddConvCommand(app);
+    AddBase64Commands(app);
+    AddMd5Command(app);
     UnguardOptions(app);
 }
 
@@ -60,6 +62,8 @@ int Run(CLI::App& app, std::vector<std::string> arguments)
     int status = kSuccess;
     try {
         app.parse(std::move(arguments));
+    } catch (const CLI::RuntimeError& error) { // a command that has told its reasons itself
+        status = error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         status = Answer(app, error);
     }
@@ -73,7 +77,7 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs and files, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, logs, files and encodings, handled as libZKQ_general handles them.", "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {
