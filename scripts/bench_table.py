@@ -17,6 +17,7 @@ ZLIB_SPEED = 1 / 0.98
 UNSTEADY = 0.5
 
 SIZES = {10_000: "10 KB", 100_000: "100 KB", 1_000_000: "1 MB", 10_000_000: "10 MB"}
+BYTES = {64: "64 bytes", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB", 100_000_000: "100 MB"}
 FILES = {4096: "4 KB", 1 << 20: "1 MB", 100 << 20: "100 MB"}
 TEXTS = {16: "16 B", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB"}
 DIRECTIONS = ("gbk-ucs2", "ucs2-gbk", "gbk-utf8", "utf8-gbk")
@@ -84,6 +85,20 @@ def rows():
                 if size == 16:  # in longer texts opening is nothing
                     yield (f"{direction}, {kind}, {title}", f"iconv/ours/{place}", "open, iconv, close",
                            [(1, f"iconv/opening/{place}")], 0.2)
+    # Where the bytes go to memory and back, no codec gets away from a copy. The few of 64 are mostly the way there.
+    for size, title in BYTES.items():
+        fast = 1 << 10 <= size <= 1 << 20
+        for ours, name, peers in (
+                ("encode", "Base64 of", (("EVP_EncodeBlock", 0.1 if fast else 1.0), ("memcpy", None))),
+                ("encode_lines", "Base64, 72 columns, of", (("EVP_EncodeBlock", 0.2 if fast else 1.0),
+                                                            ("EVP_EncodeUpdate", 0.2 if fast else 1.0))),
+                ("decode", "Base64 to", (("EVP_DecodeBlock", 0.1 if fast else 1.0), ("memcpy", None))),
+                ("decode_lines", "Base64, 72 columns, to", (("EVP_DecodeUpdate", 0.2),))):
+            for peer, bar in peers:
+                yield (f"{name} {title}", f"base64/{ours}/ours/{size}", peer, [(1, f"base64/{ours}/{peer}/{size}")], bar)
+    for size, title in BYTES.items():
+        yield (f"MD5 of {title}", f"md5/ours/{size}", "MD5()", [(1, f"md5/MD5/{size}")], 1.0)
+        yield (f"MD5 of {title}", f"md5/ours/{size}", "MD5_Init, _Update, _Final", [(1, f"md5/MD5_Update/{size}")], 1.0)
 
     for what, peer in (("compress", "compress2"), ("decompress", "uncompress")):
         for sample in ("text", "noise"):
@@ -109,6 +124,7 @@ GROWTH = (
      (1_000, 10_000, 100_000, 1_000_000)),
     ("packet, read items by index", "msgpacket/read/ours", "by hand", "msgpacket/read/by-hand",
      (1_000, 10_000, 100_000, 1_000_000)),
+    ("MD5", "md5/ours", "MD5()", "md5/MD5", (1 << 10, 64 << 10, 1 << 20, 100_000_000)),
     ("compress, growing", "zlib/compress-growing/ours", "compress2", "zlib/compress-growing/zlib", GROWING),
     ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
     ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),

@@ -160,6 +160,38 @@ bool Split(const LogDir&)
     return complete;
 }
 
+bool EncodeText(const LogDir&)
+{
+    const unsigned char bytes[] = "some bytes";
+    char none = 0;
+    char* text = &none;
+    const BOOL encoded = ZKQGeneral_ConvertToBase64Ex(bytes, 10, &text, 4);
+    EXPECT_EQ(text != nullptr, encoded == TRUE);
+    ZKQGeneral_FreeMallocBuffer(text);
+    return encoded;
+}
+
+bool DecodeText(const LogDir&)
+{
+    unsigned char none = 0;
+    unsigned char* bytes = &none;
+    int length = 7;
+    const BOOL decoded = ZKQGeneral_ConvertFromBase64Ex("YWJj", &bytes, &length);
+    EXPECT_EQ(bytes != nullptr, decoded == TRUE);
+    EXPECT_EQ(length, decoded ? 3 : 0);
+    ZKQGeneral_FreeMallocBuffer(bytes);
+    return decoded;
+}
+
+bool DigestSource(const LogDir& dir)
+{
+    unsigned char digest[16] = {};
+    const BOOL digested = ZKQGeneral_DigestFile(dir.File("src").c_str(), digest);
+    const unsigned char none[16] = {};
+    EXPECT_EQ(memcmp(digest, none, sizeof none) != 0, digested == TRUE) << "left alone on failure";
+    return digested;
+}
+
 bool Collect(const LogDir&)
 {
     void* object = ZKQGeneral_MEM_malloc(16);
@@ -458,6 +490,9 @@ INSTANTIATE_TEST_SUITE_P(
         // Twice what is needed may fail as long as what is needed can be had.
         Scenario{"packet", [](const LogDir&) {}, BuildPacket, {"realloc"}, {}},
         Scenario{"convert_long_text", [](const LogDir&) {}, ConvertLongText, {}, {}},
+        Scenario{"encode_base64", [](const LogDir&) {}, EncodeText, {}, {}},
+        Scenario{"decode_base64", [](const LogDir&) {}, DecodeText, {}, {}},
+        Scenario{"digest_file", Source, DigestSource, {"close"}, {}},
         Scenario{"log_context",
                  AllOn,
                  MakeContext,

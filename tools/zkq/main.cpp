@@ -24,6 +24,8 @@ void AddCommands(CLI::App& app)
     AddFileCommands(app);
     AddPacketCommands(app);
     AddConvCommand(app);
+    AddBase64Commands(app);
+    AddMd5Command(app);
     AddZCommands(app);
     AddCabCommands(app);
     UnguardOptions(app);
@@ -62,6 +64,8 @@ int Run(CLI::App& app, std::vector<std::string> arguments)
     int status = kSuccess;
     try {
         app.parse(std::move(arguments));
+    } catch (const CLI::RuntimeError& error) { // a command that has told its reasons itself
+        status = error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         status = Answer(app, error);
     }

@@ -48,7 +48,7 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n | --from | --to | --output | -o | -d) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --from | --to | --columns | --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -65,6 +65,9 @@ _zkq_options() {
         'file rmtree') _zkq_offer_words --yes --help ;;
         'packet dump') _zkq_offer_words --oid --help ;;
         conv) _zkq_offer_words --from --to --output --help ;;
+        'b64 encode') _zkq_offer_words --columns --output --help ;;
+        'b64 decode') _zkq_offer_words --output --help ;;
+        md5) _zkq_offer_words --check --quiet --status --help ;;
         'z '*) _zkq_offer_words --output --help ;;
         'cab make') _zkq_offer_words --no-top-files --quiet --help ;;
         'cab list') _zkq_offer_words --long --help ;;
@@ -77,6 +80,7 @@ _zkq_options() {
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
         'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
+        'b64 '*' 0' | 'md5 '*) _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -102,7 +106,7 @@ _zkq_command() {
         --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
-        --default | --project | --lines | -n) ;;
+        --default | --project | --lines | -n | --columns) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -116,24 +120,24 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv z cab --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
                 packet) _zkq_offer_words dump --help ;;
-                conv) _zkq_command conv 2 ;;
+                b64) _zkq_offer_words encode decode --help ;;
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
+                conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
         *)
-            if [[ ${COMP_WORDS[1]} == conv ]]; then
-                _zkq_command conv 2
-            else
-                _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3
-            fi
+            case ${COMP_WORDS[1]} in
+                conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+                *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3 ;;
+            esac
             ;;
     esac
 }
