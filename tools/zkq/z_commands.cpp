@@ -2,21 +2,18 @@
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/zlib.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <memory>
 
+#include "bytes.h"
 #include "commands.h"
 #include "failure.h"
 #include "output.h"
-#include "paths.h"
 
 namespace {
-
-constexpr size_t kBlock = 65536;
 
 struct Options {
     std::string input;
@@ -37,29 +34,6 @@ struct Release {
 bool IsStandard(const std::string& name)
 {
     return name.empty() || name == "-";
-}
-
-std::string ReadAll(const std::string& name)
-{
-    File opened;
-    if (!IsStandard(name)) {
-        RequireRegular(name);
-        opened.reset(fopen(name.c_str(), "rb"));
-        if (opened == nullptr)
-            throw SystemFailure("cannot read " + name, errno);
-    }
-    FILE* file = opened == nullptr ? stdin : opened.get();
-    std::string content;
-    size_t count;
-    do {
-        const size_t before = content.size();
-        content.resize(before + kBlock);
-        count = fread(content.data() + before, 1, kBlock, file);
-        content.resize(before + count);
-    } while (count > 0);
-    if (ferror(file) != 0)
-        throw SystemFailure("cannot read " + (IsStandard(name) ? "standard input" : name), errno);
-    return content;
 }
 
 void WriteAll(const std::string& name, std::string_view bytes)
@@ -91,7 +65,7 @@ std::string Described(const std::string& name)
 void Run(const Options& options, Convert convert, const char* verb)
 {
     const std::string what = std::string("cannot ") + verb + " " + Described(options.input);
-    const std::string source = ReadAll(options.input);
+    const std::string source = ByteSource(IsStandard(options.input) ? "-" : options.input).ReadAll();
     unsigned char* result = nullptr;
     long length = 0;
     const ErrorMark mark;
