@@ -11,6 +11,8 @@ import sys
 NO_SLOWER = 1.05
 # What doubles with its input has exponent 1. A little more is the price of leaving the caches, and peers pay it too.
 LINEAR = 1.15
+# At least 0.98 of zlib's own speed.
+ZLIB_SPEED = 1 / 0.98
 # With a larger spread than this a verdict is a guess, and is marked as one.
 UNSTEADY = 0.5
 
@@ -19,6 +21,8 @@ BYTES = {64: "64 bytes", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB", 10
 FILES = {4096: "4 KB", 1 << 20: "1 MB", 100 << 20: "100 MB"}
 TEXTS = {16: "16 B", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB"}
 DIRECTIONS = ("gbk-ucs2", "ucs2-gbk", "gbk-utf8", "utf8-gbk")
+GROWING = (100_000, 1_000_000, 10_000_000)
+MEMBERS = (1_000, 10_000, 100_000)
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -96,6 +100,18 @@ def rows():
         yield (f"MD5 of {title}", f"md5/ours/{size}", "MD5()", [(1, f"md5/MD5/{size}")], 1.0)
         yield (f"MD5 of {title}", f"md5/ours/{size}", "MD5_Init, _Update, _Final", [(1, f"md5/MD5_Update/{size}")], 1.0)
 
+    for what, peer in (("compress", "compress2"), ("decompress", "uncompress")):
+        for sample in ("text", "noise"):
+            yield (f"{what} 3 MB of {sample}", f"zlib/{what}/ours/{sample}", peer,
+                   [(1, f"zlib/{what}/zlib/{sample}")], ZLIB_SPEED)
+        for size in GROWING:
+            yield (f"{what} {SIZES[size]} of text, growing", f"zlib/{what}-growing/ours/{size}", f"malloc, {peer}",
+                   [(1, f"zlib/{what}-growing/zlib/{size}")], None)
+    for count, title in ((0, "/usr/share/doc"), *((count, f"{count} small files") for count in MEMBERS)):
+        for what, peer in (("make", "zip"), ("extract", "unzip")):
+            yield (f"cabinet, {what} {title}", f"mycab/{what}/ours/{count}", peer, [(1, f"mycab/{what}/{peer}/{count}")],
+                   NO_SLOWER)
+
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).
 GROWTH = (
@@ -109,6 +125,10 @@ GROWTH = (
     ("packet, read items by index", "msgpacket/read/ours", "by hand", "msgpacket/read/by-hand",
      (1_000, 10_000, 100_000, 1_000_000)),
     ("MD5", "md5/ours", "MD5()", "md5/MD5", (1 << 10, 64 << 10, 1 << 20, 100_000_000)),
+    ("compress, growing", "zlib/compress-growing/ours", "compress2", "zlib/compress-growing/zlib", GROWING),
+    ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
+    ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),
+    ("extract a cabinet", "mycab/extract/ours", "unzip", "mycab/extract/unzip", MEMBERS),
 )
 
 

@@ -82,6 +82,31 @@ static void CheckLog(void)
     ZKQGeneral_FreeLogCtx(context);
 }
 
+static void CheckZlib(void)
+{
+    const unsigned char* text = (const unsigned char*)"text text text";
+    unsigned char* stream = NULL;
+    unsigned char plain[14];
+    long length = 0;
+    Check("zlib", ZKQGeneral_Zlib_CompressBuffer(NULL, 0, NULL, &length) == TRUE && length == 33280);
+    Check("zlib", ZKQGeneral_Zlib_CompressBufferEx(text, 14, &stream, &length) == 0 && length > 8);
+    Check("zlib", ZKQGeneral_Zlib_UnCompressBuffer(stream, length, plain, 14) == TRUE && memcmp(plain, text, 14) == 0);
+    ZKQGeneral_FreeMallocBuffer(stream);
+}
+
+static void* Progress(void* percentage)
+{
+    return percentage;
+}
+
+static void CheckMyCab(void)
+{
+    char name[300] = "/tmp";
+    Check("mycab", ZKQGeneral_MakeMyCabFile_P("/no such directory/x.cab", "/etc/passwd\0", 1, Progress) == FALSE);
+    Check("mycab", ZKQGeneral_ExtractMyCabOneFile("/no such cabinet", name, 0) == FALSE);
+    Check("mycab", strcmp(name, "/tmp") == 0);
+}
+
 int main(void)
 {
     CheckErrorAndFile();
@@ -91,5 +116,7 @@ int main(void)
     CheckPacket();
     CheckCharset();
     CheckLog();
+    CheckZlib();
+    CheckMyCab();
     return failures == 0 ? 0 : 1;
 }

@@ -24,7 +24,7 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file packet b64; do
+for group in ini log file packet b64 z cab; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
@@ -90,6 +90,19 @@ offers '' b64 encode other.txt ''
 offers 'other.txt' md5 o
 offers 'other.txt' md5 --check other.txt o
 
+# Compression and cabinets.
+offers 'other.txt' z compress o
+offers 'other.txt' z decompress --output o
+offers '' z compress other.txt ''
+printf 'x\n' >other.txt
+"$ZKQ" cab make c.cab other.txt 'my file.ini'
+offers 'c.cab' cab list c
+offers 'logs' cab extract -d l
+offers 'c.cab' cab extract --dir logs c
+offers 'my\ file.ini other.txt' cab extract c.cab ''
+offers 'my\ file.ini' cab extract --dir logs c.cab other.txt m
+offers 'other.txt' cab make new.cab my\\ file.ini o
+offers '' cab extract none.cab ''
 offers '' nothing ''
 offers '' nothing at all ''
 

@@ -11,3 +11,5 @@ void AddPacketCommands(CLI::App& app);
 void AddConvCommand(CLI::App& app);
 void AddBase64Commands(CLI::App& app);
 void AddMd5Command(CLI::App& app);
+void AddZCommands(CLI::App& app);
+void AddCabCommands(CLI::App& app);

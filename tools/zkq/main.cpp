@@ -26,6 +26,8 @@ void AddCommands(CLI::App& app)
     AddConvCommand(app);
     AddBase64Commands(app);
     AddMd5Command(app);
+    AddZCommands(app);
+    AddCabCommands(app);
     UnguardOptions(app);
 }
 
@@ -77,7 +79,7 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs, files and encodings, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, logs, files and archives, handled as libZKQ_general handles them.", "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

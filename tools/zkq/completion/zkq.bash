@@ -48,7 +48,7 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n | --from | --to | --columns | --output | -o) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --from | --to | --columns | --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -68,6 +68,11 @@ _zkq_options() {
         'b64 encode') _zkq_offer_words --columns --output --help ;;
         'b64 decode') _zkq_offer_words --output --help ;;
         md5) _zkq_offer_words --check --quiet --status --help ;;
+        'z '*) _zkq_offer_words --output --help ;;
+        'cab make') _zkq_offer_words --no-top-files --quiet --help ;;
+        'cab list') _zkq_offer_words --long --help ;;
+        'cab extract') _zkq_offer_words --dir --quiet --help ;;
+        'cab test') _zkq_offer_words --quiet --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
@@ -87,6 +92,8 @@ _zkq_positional() {
             ;;
         'log level 1') _zkq_offer_words off all debug info warn error ;;
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
+        'z '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
+        'cab extract '*) _zkq_offer_listed cab list -- "${positionals[0]}" ;;
     esac
 }
 
@@ -95,10 +102,10 @@ _zkq_command() {
     local command=$1 dir=. positionals=()
     _zkq_read_words "$2"
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-        --dir) _zkq_offer_paths -d ;;
+        --dir | -d) _zkq_offer_paths -d ;;
+        --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
-        --output | -o) _zkq_offer_paths -f ;;
         --default | --project | --lines | -n | --columns) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
@@ -113,7 +120,7 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
@@ -121,6 +128,8 @@ _zkq() {
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
                 packet) _zkq_offer_words dump --help ;;
                 b64) _zkq_offer_words encode decode --help ;;
+                z) _zkq_offer_words compress decompress --help ;;
+                cab) _zkq_offer_words make list extract test --help ;;
                 conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
