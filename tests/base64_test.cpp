@@ -21,18 +21,7 @@
 #include "support/error_text.h"
 #include "support/heap.h"
 #include "support/paths.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitizer = true;
-#else
-constexpr bool kSanitizer = false;
-#endif
-#else
-constexpr bool kSanitizer = false;
-#endif
+#include "support/sanitizer.h"
 
 namespace {
 
@@ -42,8 +31,7 @@ namespace model = support::model;
 bool IsSlow()
 {
 #ifdef __OPTIMIZE__
-    const char* const preload = getenv("LD_PRELOAD"); // valgrind's own library is in it
-    return kSanitizer || (preload != nullptr && strstr(preload, "vgpreload") != nullptr);
+    return support::IsInstrumented();
 #else
     return true;
 #endif
