@@ -18,9 +18,9 @@
 
 namespace {
 
-constexpr int64_t kMaxRatio = 1032;      // plain bytes that one byte of a zlib stream can stand for
-constexpr size_t kMinSectionSize = 32;   // of a valid member in the directory; really a little more
-constexpr size_t kNumberSize = 100;      // a number is read from this many bytes
+constexpr int64_t kMaxRatio = 1032;       // plain bytes that one byte of a zlib stream can stand for
+constexpr size_t kMinSectionSize = 32;    // of a valid member in the directory; really a little more
+constexpr size_t kNumberSize = 100;       // a number is read from this many bytes
 constexpr mode_t kModeWithoutFlag = 0444; // read-only for all
 constexpr mode_t kModes = 07777;
 
@@ -234,10 +234,10 @@ private:
 
     char target_[kPathSize] = {};
     TextBuilder path_;
-    size_t prefix_;              ///< bytes of the target path before the name
-    size_t base_ = 0;            ///< bytes of the target path before the last component
-    UniqueFd root_;              ///< the directory
-    UniqueFd parent_;            ///< the one below it that holds the target
+    size_t prefix_;                   ///< bytes of the target path before the name
+    size_t base_ = 0;                 ///< bytes of the target path before the last component
+    UniqueFd root_;                   ///< the directory
+    UniqueFd parent_;                 ///< the one below it that holds the target
     char parentName_[kPathSize] = {}; ///< of parent_, with a "/" behind; members of a directory stand together
 };
 

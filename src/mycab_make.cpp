@@ -206,8 +206,7 @@ int AddSection(const FILEINFORMATION& file, size_t index, ProfileOutput* directo
     char section[32];
     TextBuilder(section).Add(kCabSection).AddDecimal(static_cast<long>(index));
     const std::string_view name = NameInCabinet(file.Name, file.Directory);
-    if (const int error =
-            directory->AddSection(section, {kCabKeyNames[kCabName], name.substr(0, name.find('\r'))}))
+    if (const int error = directory->AddSection(section, {kCabKeyNames[kCabName], name.substr(0, name.find('\r'))}))
         return error;
     const long numbers[] = {file.StartPos, file.CompactSize, static_cast<long>(file.Size), file.WriteTime,
                             file.AccessFlag};
