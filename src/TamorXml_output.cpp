@@ -14,6 +14,8 @@
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr size_t kStep = 8192;
 constexpr size_t kMaxText = INT_MAX;
 constexpr std::string_view kBlanks = "                                                                ";
@@ -23,11 +25,15 @@ class BIOBUFFER {
 public:
     static constexpr bool kWithComments = false;
 
-    bool Put(std::string_view text)
+    template <class... Texts>
+    bool Put(const Texts&... texts)
     {
-        if (text.size() >= capacity_ - size_ && !Grow(text.size()))
+        const size_t count = (texts.size() + ...);
+        if (count >= capacity_ - size_ && !Grow(count))
             return false;
-        size_ += text.copy(buffer_.get() + size_, text.size());
+        char* end = buffer_.get() + size_;
+        ((end = CopyShort(end, texts)), ...);
+        size_ += count;
         return true;
     }
     int Error() const { return ENOMEM; }
@@ -71,13 +77,15 @@ public:
         file_.Reset(OpenForWriting(name, O_TRUNC, &status));
         return file_.IsOpen() ? 0 : errno;
     }
-    bool Put(std::string_view text)
+    template <class... Texts>
+    bool Put(const Texts&... texts)
     {
-        if (text.size() > sizeof block_ - size_ && !Flush())
-            return false;
-        if (text.size() > sizeof block_)
-            return Write(text);
-        size_ += text.copy(block_ + size_, text.size());
+        const size_t count = (texts.size() + ...);
+        if (count > sizeof block_ - size_)
+            return Flush() && (PutLong(texts) && ...);
+        char* end = block_ + size_;
+        ((end = CopyShort(end, texts)), ...);
+        size_ += count;
         return true;
     }
     int Error() const { return error_; }
@@ -89,6 +97,13 @@ public:
     }
 
 private:
+    bool PutLong(std::string_view text)
+    {
+        if (text.size() > sizeof block_ - size_)
+            return Flush() && Write(text);
+        size_ += text.copy(block_ + size_, text.size());
+        return true;
+    }
     bool Flush() { return Write({block_, std::exchange(size_, 0)}); }
     bool Write(std::string_view text)
     {
@@ -117,21 +132,18 @@ bool PutIndent(size_t level, Sink* sink)
 template <class Sink>
 bool PutStartTag(const XMLNODE* node, bool isOneLevel, size_t level, Sink* sink)
 {
-    if (!PutIndent(level, sink) || !sink->Put("<") || !sink->Put(TextOf(node->Value)))
+    if (!PutIndent(level, sink) || !sink->Put("<"sv, TextOf(node->Value)))
         return false;
     for (const EXTENSION* attribute = node->Extension; attribute != nullptr; attribute = attribute->Next)
-        for (const std::string_view piece : {std::string_view(" "), TextOf(attribute->Name), std::string_view("=\""),
-                                             TextOf(attribute->Value), std::string_view("\"")})
-            if (!sink->Put(piece))
-                return false;
-    return sink->Put(isOneLevel ? ">" : ">\n");
+        if (!sink->Put(" "sv, TextOf(attribute->Name), "=\""sv, TextOf(attribute->Value), "\""sv))
+            return false;
+    return isOneLevel ? sink->Put(">"sv) : sink->Put(">\n"sv);
 }
 
 template <class Sink>
 bool PutEndTag(const XMLNODE* node, bool isOneLevel, size_t level, Sink* sink)
 {
-    return (isOneLevel || PutIndent(level, sink)) && sink->Put("</") && sink->Put(TextOf(node->Value)) &&
-           sink->Put(">\n");
+    return (isOneLevel || PutIndent(level, sink)) && sink->Put("</"sv, TextOf(node->Value), ">\n"sv);
 }
 
 /// Writes a child that is no element, on the level below its parent's.
@@ -143,7 +155,7 @@ bool PutLeaf(const XMLNODE* node, size_t level, Sink* sink)
         return sink->Put(text);
     if (node->Type != COMMENT || !Sink::kWithComments)
         return true;
-    return PutIndent(level, sink) && (text.empty() || (sink->Put("<!--") && sink->Put(text) && sink->Put("-->\n")));
+    return PutIndent(level, sink) && (text.empty() || sink->Put("<!--"sv, text, "-->\n"sv));
 }
 
 /// Writes an element with all below it.
@@ -194,13 +206,13 @@ bool MakeXMLDeclaration(const XmlDeclaration& declaration, Sink* sink)
                                                                    {" encoding=\"", TextOf(declaration.encoding)},
                                                                    {" standalone=\"", TextOf(declaration.standalone)}};
     if (std::ranges::all_of(parts, [](const auto& part) { return part.second.empty(); }))
-        return sink->Put("");
-    if (!sink->Put("<?xml"))
+        return sink->Put(""sv);
+    if (!sink->Put("<?xml"sv))
         return false;
     for (const auto& [name, value] : parts)
-        if (!value.empty() && !(sink->Put(name) && sink->Put(value) && sink->Put("\"")))
+        if (!value.empty() && !sink->Put(name, value, "\""sv))
             return false;
-    return sink->Put("?>\n");
+    return sink->Put("?>\n"sv);
 }
 
 /// Writes a document; 0 or an errno value.

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int kPlainTextOption = 1;
+constexpr uint64_t kLargestCodePoint = 0x1FFFFF;
 constinit std::atomic<int> g_plainText{1};
 
 enum Encoding { kNotKnown = 0, kUtf8 = 1, kOther = 2 };
@@ -76,72 +77,26 @@ struct ENTITY {
 constexpr ENTITY kEntities[] = {
     {"&amp;", 5, '&'}, {"&lt;", 4, '<'}, {"&gt;", 4, '>'}, {"&quot;", 6, '"'}, {"&apos;", 6, '\''}};
 
-/// A text that grows in memory of its own; what it holds is copied out.
-class TextBuffer {
-public:
-    bool Append(const char* bytes, size_t count)
-    {
-        if (count > capacity_ - size_ && !Grow(count))
-            return false;
-        memcpy(text_.get() + size_, bytes, count);
-        size_ += count;
-        return true;
-    }
-    bool Append(char c) { return Append(&c, 1); }
-    void Clear() { size_ = 0; }
-    std::string_view Text() const { return {text_.get(), size_}; }
-
-private:
-    bool Grow(size_t count)
-    {
-        const size_t capacity = 2 * (size_ + count) + 64;
-        char* const grown = static_cast<char*>(realloc(text_.get(), capacity));
-        if (grown == nullptr)
-            return false;
-        static_cast<void>(text_.release()); // realloc() has taken it
-        text_.reset(grown);
-        capacity_ = capacity;
-        return true;
-    }
-
-    MallocPtr<char> text_;
-    size_t size_ = 0;
-    size_t capacity_ = 0;
-};
-
 /// The attributes of the element that is being read, found by name without regard to case.
 class AttributeSet {
 public:
-    void Clear()
+    void Clear() { count_ = 0; }
+    EXTENSION* Find(std::string_view name) const
     {
-        count_ = 0;
-        hashed_ = 0;
-    }
-    EXTENSION* Find(std::string_view name)
-    {
-        const uint32_t key = Key(name);
-        if (count_ <= kFew) {
-            for (size_t i = 0; i < count_; ++i)
-                if (few_[i].key == key && EqualNoCase(few_[i].attribute->Name, name))
-                    return few_[i].attribute;
-            return nullptr;
-        }
-        for (size_t i = key & mask_; table_.get()[i].attribute != nullptr; i = (i + 1) & mask_)
-            if (table_.get()[i].key == key && EqualNoCase(table_.get()[i].attribute->Name, name))
-                return table_.get()[i].attribute;
+        if (count_ > kFew)
+            return FindHashed(name);
+        const uint32_t sketch = Sketch(name);
+        for (size_t i = 0; i < count_; ++i)
+            if (few_[i].key == sketch && EqualNoCase(few_[i].attribute->Name, name))
+                return few_[i].attribute;
         return nullptr;
     }
+    /// Adds an attribute whose name is not there.
     bool Add(EXTENSION* attribute, std::string_view name)
     {
-        const Entry entry = {attribute, Key(name)};
-        if (count_ < kFew) {
-            few_[count_++] = entry;
-            return true;
-        }
-        if ((count_ == kFew || 2 * hashed_ > mask_) && !Rehash())
-            return false;
-        Insert(entry);
-        ++count_;
+        if (count_ >= kFew)
+            return AddHashed(attribute, name);
+        few_[count_++] = {attribute, Sketch(name)};
         return true;
     }
 
@@ -152,12 +107,53 @@ private:
     };
     static constexpr size_t kFew = 16;
 
-    static uint32_t Key(std::string_view name)
+    /// Tells most names apart at a glance.
+    static uint32_t Sketch(std::string_view name)
     {
-        uint32_t key = 2166136261u;
+        const auto low = [](char c) { return static_cast<unsigned char>(ToLowerAscii(c)); };
+        return static_cast<uint32_t>(name.size()) << 16 | static_cast<uint32_t>(low(name.front()) << 8) |
+               low(name.back());
+    }
+    static uint32_t Hash(std::string_view name)
+    {
+        uint32_t hash = 2166136261u;
         for (const char c : name)
-            key = (key ^ static_cast<unsigned char>(ToLowerAscii(c))) * 16777619u;
-        return key;
+            hash = (hash ^ static_cast<unsigned char>(ToLowerAscii(c))) * 16777619u;
+        return hash;
+    }
+    EXTENSION* FindHashed(std::string_view name) const
+    {
+        const uint32_t hash = Hash(name);
+        for (size_t i = hash & mask_; table_.get()[i].attribute != nullptr; i = (i + 1) & mask_)
+            if (table_.get()[i].key == hash && EqualNoCase(table_.get()[i].attribute->Name, name))
+                return table_.get()[i].attribute;
+        return nullptr;
+    }
+    bool AddHashed(EXTENSION* attribute, std::string_view name)
+    {
+        if (count_ == kFew) {
+            if (!NewTable(4 * kFew))
+                return false;
+            for (const Entry& entry : few_)
+                Insert({entry.attribute, Hash(entry.attribute->Name)});
+        } else if (2 * count_ > mask_) {
+            const MallocPtr<Entry> old(table_.release());
+            const size_t oldSize = mask_ + 1;
+            if (!NewTable(2 * oldSize))
+                return false;
+            for (size_t i = 0; i < oldSize; ++i)
+                if (old.get()[i].attribute != nullptr)
+                    Insert(old.get()[i]);
+        }
+        Insert({attribute, Hash(name)});
+        ++count_;
+        return true;
+    }
+    bool NewTable(size_t size)
+    {
+        table_.reset(static_cast<Entry*>(calloc(size, sizeof(Entry))));
+        mask_ = size - 1;
+        return table_ != nullptr;
     }
     void Insert(const Entry& entry)
     {
@@ -165,44 +161,19 @@ private:
         while (table_.get()[i].attribute != nullptr)
             i = (i + 1) & mask_;
         table_.get()[i] = entry;
-        ++hashed_;
-    }
-    /// Makes a table of twice the size, at first of what was found by looking at each.
-    bool Rehash()
-    {
-        const size_t size = hashed_ == 0 ? 4 * kFew : 2 * (mask_ + 1);
-        MallocPtr<Entry> old(static_cast<Entry*>(calloc(size, sizeof(Entry))));
-        if (old == nullptr)
-            return false;
-        std::swap(table_, old);
-        const size_t oldSize = hashed_ == 0 ? 0 : mask_ + 1;
-        mask_ = size - 1;
-        hashed_ = 0;
-        if (oldSize == 0)
-            for (const Entry& entry : few_)
-                Insert(entry);
-        for (size_t i = 0; i < oldSize; ++i)
-            if (old.get()[i].attribute != nullptr)
-                Insert(old.get()[i]);
-        return true;
     }
 
     Entry few_[kFew];
     size_t count_ = 0;
-    MallocPtr<Entry> table_;
+    MallocPtr<Entry> table_; ///< instead of few_, when there are more
     size_t mask_ = 0;
-    size_t hashed_ = 0;
 };
 
-/// Reads one text. A step that fails returns false and the reading ends; what has been made until then stays.
+/// Reads one text in a copy of it, in which texts are ended and decoded where they stand: they never grow. A step that
+/// fails returns false and the reading ends; what has been made until then stays.
 class Parser {
 public:
-    Parser(const char* text, size_t length) : next_(text), end_(text + length), isPlain_(IsPlainText())
-    {
-        if (StartsWith("\xEF\xBB\xBF"))
-            encoding_ = kUtf8;
-    }
-    XMLNODE* Parse();
+    XMLNODE* Parse(const char* text, size_t length);
 
 private:
     enum TagEnd { kOpen, kEmpty, kFailed };
@@ -217,52 +188,58 @@ private:
     }
     void SkipWhiteSpace();
     bool SkipMark();
-    const char* Find(const char* from, char c) const
-    {
-        const void* found = memchr(from, c, static_cast<size_t>(end_ - from));
-        return found == nullptr ? end_ : static_cast<const char*>(found);
-    }
-    const char* Find(const char* from, std::string_view tag) const
-    {
-        const void* found = memmem(from, static_cast<size_t>(end_ - from), tag.data(), tag.size());
-        return found == nullptr ? end_ : static_cast<const char*>(found);
-    }
-
-    int Identify() const;
-    XMLNODE* NewNode(XMLNODE* parent, int type);
-    XMLNODE* NewNode(XMLNODE* parent, int type, std::string_view value);
-    void Link(XMLNODE* parent, XMLNODE* node);
-    std::string_view ReadName();
-    bool GetEntity(TextBuffer* text);
-    bool GetNumber(const char* digits, unsigned base, TextBuffer* text);
-    bool AppendCodePoint(uint64_t value, TextBuffer* text) const;
-    bool GetChar(TextBuffer* text);
     void SkipChar()
     {
         const size_t length = encoding_ == kUtf8 ? CharLength(static_cast<unsigned char>(*next_)) : 1;
         next_ += std::min(length, static_cast<size_t>(end_ - next_));
     }
-    bool ReadQuoted(char quote, std::string_view* value);
-    bool ReadQuotedRest(char quote, std::string_view* value);
-    bool ReadTrimmed(TextBuffer* text);
+    char* Find(char* from, char c) const
+    {
+        void* const found = memchr(from, c, static_cast<size_t>(end_ - from));
+        return found == nullptr ? end_ : static_cast<char*>(found);
+    }
+    char* Find(char* from, std::string_view tag) const
+    {
+        void* const found = memmem(from, static_cast<size_t>(end_ - from), tag.data(), tag.size());
+        return found == nullptr ? end_ : static_cast<char*>(found);
+    }
+    /// Ends a text. The byte there is yet to be read; it goes when the next text ends.
+    void EndText(char* end)
+    {
+        *textEnd_ = '\0';
+        textEnd_ = end;
+    }
+    void EndTexts() { EndText(end_); }
+
+    int Identify() const;
+    XMLNODE* NewNode(XMLNODE* parent, int type, char* value);
+    void Link(XMLNODE* parent, XMLNODE* node);
+    std::string_view ReadName();
+    bool GetEntity(char** to);
+    bool GetNumber(char* digits, unsigned base, char** to);
+    char* PutCodePoint(uint64_t value, char* to) const;
+    bool GetChar(char** to);
+    bool ReadQuoted(char quote, char** value);
+    bool ReadTrimmed(char** to);
     bool Parse_Attributes(XMLNODE* node);
-    bool AddAttribute(XMLNODE* node, std::string_view name, std::string_view value);
+    bool AddAttribute(XMLNODE* node, std::string_view name, char* value);
     bool Parse_Declaration(XMLNODE* node);
     bool ParseUpTo(XMLNODE* parent, int type, std::string_view start, std::string_view end);
     bool Parse_Text(XMLNODE* parent);
     bool ParseLeaf(XMLNODE* parent, int type);
     TagEnd Parse_StartTag(XMLNODE* parent, XMLNODE** node);
     bool Parse_EndTag(const XMLNODE* node);
+    bool Parse_Content(XMLNODE** parent);
     bool Parse_Element();
     void FindEncoding(const XMLNODE* declaration);
 
-    const char* next_;
-    const char* const end_;
-    const bool isPlain_;
+    char* next_ = nullptr;
+    char* end_ = nullptr;     ///< the NUL, which also is the text of what is empty
+    char* textEnd_ = nullptr; ///< where the last text is to end
+    const bool isPlain_ = IsPlainText();
     int encoding_ = kNotKnown;
     XMLNODE* first_ = nullptr; ///< of the document
     PoolBuilder pool_;
-    TextBuffer buffer_;
     AttributeSet attributes_;
     EXTENSION* lastAttribute_ = nullptr;
 };
@@ -309,26 +286,13 @@ inline void Parser::Link(XMLNODE* parent, XMLNODE* node)
 }
 
 /// Makes a node and links it as the last below its parent, or of the document; null without memory.
-XMLNODE* Parser::NewNode(XMLNODE* parent, int type)
+inline XMLNODE* Parser::NewNode(XMLNODE* parent, int type, char* value)
 {
     PoolPlace place;
-    void* const room = pool_.Allocate(sizeof(XMLNODE), &place);
+    void* const room = pool_.Allocate<XMLNODE>(&place);
     if (room == nullptr)
         return nullptr;
-    auto* const node = new (room) XMLNODE{type, place, {}, {}, {}, {}, parent, {}, {}};
-    Link(parent, node);
-    return node;
-}
-
-inline XMLNODE* Parser::NewNode(XMLNODE* parent, int type, std::string_view value)
-{
-    PoolPlace place;
-    char* const room = pool_.Allocate(sizeof(XMLNODE) + value.size() + 1, &place);
-    if (room == nullptr)
-        return nullptr;
-    char* const text = room + sizeof(XMLNODE);
-    text[value.copy(text, value.size())] = '\0';
-    auto* const node = new (room) XMLNODE{type, place, {}, text, {}, {}, parent, {}, {}};
+    auto* const node = new (room) XMLNODE{type, place, {}, value, {}, {}, parent, {}, {}};
     Link(parent, node);
     return node;
 }
@@ -336,33 +300,36 @@ inline XMLNODE* Parser::NewNode(XMLNODE* parent, int type, std::string_view valu
 /// The name at the reading position, empty if there is none.
 inline std::string_view Parser::ReadName()
 {
-    const char* const begin = next_;
-    if (Is(*next_, kNameStart))
-        while (Is(*next_, kNamePart))
-            ++next_;
+    char* const begin = next_;
+    if (!Is(*next_, kNameStart))
+        return {};
+    while (Is(*next_, kNamePart))
+        ++next_;
+    EndText(next_);
     return {begin, static_cast<size_t>(next_ - begin)};
 }
 
-/// Appends what a character reference stands for.
-bool Parser::AppendCodePoint(uint64_t value, TextBuffer* text) const
+/// Puts what a character reference stands for; returns where it ends.
+char* Parser::PutCodePoint(uint64_t value, char* to) const
 {
     constexpr unsigned char kLeadMarks[] = {0, 0, 0xC0, 0xE0, 0xF0};
-    if (encoding_ != kUtf8)
-        return (value & 0xFF) == 0 || text->Append(static_cast<char>(value & 0xFF));
-    if (value == 0 || value > 0x1FFFFF)
-        return true;
+    if (encoding_ != kUtf8) {
+        *to = static_cast<char>(value & 0xFF);
+        return to + (*to != '\0');
+    }
+    if (value == 0 || value > kLargestCodePoint)
+        return to;
     const size_t length = value < 0x80 ? 1 : value < 0x800 ? 2 : value <= 0xFFFF ? 3 : 4;
-    char bytes[4];
     for (size_t i = length; i-- > 1; value >>= 6)
-        bytes[i] = static_cast<char>(0x80 | (value & 0x3F));
-    bytes[0] = static_cast<char>(kLeadMarks[length] | value);
-    return text->Append(bytes, length);
+        to[i] = static_cast<char>(0x80 | (value & 0x3F));
+    *to = static_cast<char>(kLeadMarks[length] | value);
+    return to + length;
 }
 
 /// Reads a character reference whose digits begin at `digits` and go up to the next ";".
-bool Parser::GetNumber(const char* digits, unsigned base, TextBuffer* text)
+bool Parser::GetNumber(char* digits, unsigned base, char** to)
 {
-    const char* const semicolon = Find(digits, ';');
+    char* const semicolon = Find(digits, ';');
     if (semicolon == end_)
         return false;
     uint64_t value = 0; // its low bits stay right when it overflows
@@ -373,39 +340,45 @@ bool Parser::GetNumber(const char* digits, unsigned base, TextBuffer* text)
         if (!isLetter && (lower < '0' || lower > '9'))
             return false;
         value = value * base + static_cast<unsigned>(isLetter ? lower - 'a' + 10 : lower - '0');
-        isLarge |= value > 0x1FFFFF;
+        isLarge |= value > kLargestCodePoint;
     }
     next_ = semicolon + 1;
-    return (isLarge && encoding_ == kUtf8) || AppendCodePoint(value, text);
+    if (!isLarge || encoding_ != kUtf8)
+        *to = PutCodePoint(value, *to);
+    return true;
 }
 
 /// Reads what begins with "&".
-bool Parser::GetEntity(TextBuffer* text)
+bool Parser::GetEntity(char** to)
 {
     if (next_[1] == '#' && next_[2] != '\0')
-        return next_[2] == 'x' && next_[3] != '\0' ? GetNumber(next_ + 3, 16, text) : GetNumber(next_ + 2, 10, text);
+        return next_[2] == 'x' && next_[3] != '\0' ? GetNumber(next_ + 3, 16, to) : GetNumber(next_ + 2, 10, to);
     for (const ENTITY& entity : kEntities) {
         if (StartsWith({entity.str, entity.strLength})) {
             next_ += entity.strLength;
-            return text->Append(entity.chr);
+            *(*to)++ = entity.chr;
+            return true;
         }
     }
-    return text->Append(*next_++);
+    *(*to)++ = *next_++;
+    return true;
 }
 
-bool Parser::GetChar(TextBuffer* text)
+bool Parser::GetChar(char** to)
 {
     if (*next_ == '&')
-        return GetEntity(text);
-    const char* const begin = next_;
+        return GetEntity(to);
+    const char* from = next_;
     SkipChar();
-    return text->Append(begin, static_cast<size_t>(next_ - begin));
+    while (from != next_)
+        *(*to)++ = *from++;
+    return true;
 }
 
-/// Reads an attribute value up to its closing quote, or to the end. The value lies in the source or in buffer_.
-bool Parser::ReadQuoted(char quote, std::string_view* value)
+/// Reads an attribute value up to its closing quote, or to the end.
+bool Parser::ReadQuoted(char quote, char** value)
 {
-    const char* const begin = next_;
+    *value = next_;
     const int stops = encoding_ == kUtf8 ? kStop | kLead : kStop;
     for (;;) {
         while (!Is(*next_, stops))
@@ -414,41 +387,28 @@ bool Parser::ReadQuoted(char quote, std::string_view* value)
             break;
         SkipChar();
     }
-    *value = {begin, static_cast<size_t>(next_ - begin)};
-    if (*next_ == '&' && !ReadQuotedRest(quote, value))
-        return false;
+    char* to = next_;
+    while (next_ < end_ && *next_ != quote) // from the first "&" on
+        if (!GetChar(&to))
+            return false;
     if (next_ < end_)
         ++next_;
-    return true;
-}
-
-/// Goes on with a value from its first "&", in buffer_.
-bool Parser::ReadQuotedRest(char quote, std::string_view* value)
-{
-    buffer_.Clear();
-    if (!buffer_.Append(value->data(), value->size()))
-        return false;
-    while (next_ < end_ && *next_ != quote)
-        if (!GetChar(&buffer_))
-            return false;
-    *value = buffer_.Text();
+    *to = '\0';
     return true;
 }
 
 /// Adds an attribute, or replaces the value of one that has the name.
-inline bool Parser::AddAttribute(XMLNODE* node, std::string_view name, std::string_view value)
+inline bool Parser::AddAttribute(XMLNODE* node, std::string_view name, char* value)
 {
-    if (EXTENSION* const existing = attributes_.Find(name))
-        return ReplaceText(existing, existing->place, &existing->Value, value) == 0;
+    if (EXTENSION* const existing = attributes_.Find(name)) {
+        existing->Value = value;
+        return true;
+    }
     PoolPlace place;
-    char* const room = pool_.Allocate(sizeof(EXTENSION) + name.size() + value.size() + 2, &place);
+    void* const room = pool_.Allocate<EXTENSION>(&place);
     if (room == nullptr)
         return false;
-    char* const nameText = room + sizeof(EXTENSION);
-    char* const valueText = nameText + name.size() + 1;
-    nameText[name.copy(nameText, name.size())] = '\0';
-    valueText[value.copy(valueText, value.size())] = '\0';
-    auto* const attribute = new (room) EXTENSION{nameText, valueText, nullptr, place};
+    auto* const attribute = new (room) EXTENSION{const_cast<char*>(name.data()), value, nullptr, place};
     (node->Extension == nullptr ? node->Extension : lastAttribute_->Next) = attribute;
     lastAttribute_ = attribute;
     return attributes_.Add(attribute, name);
@@ -463,16 +423,16 @@ bool Parser::Parse_Attributes(XMLNODE* node)
         return false;
     ++next_;
     SkipWhiteSpace();
-    std::string_view value;
+    char* value = next_;
     if (*next_ == '"' || *next_ == '\'') {
         const char quote = *next_++;
         return ReadQuoted(quote, &value) && AddAttribute(node, name, value);
     }
-    const char* const begin = next_;
     for (; !Is(*next_, kValueEnd); ++next_)
         if (*next_ == '"' || *next_ == '\'')
             return false;
-    return AddAttribute(node, name, {begin, static_cast<size_t>(next_ - begin)});
+    EndText(next_);
+    return AddAttribute(node, name, value);
 }
 
 bool Parser::Parse_Declaration(XMLNODE* node)
@@ -500,17 +460,16 @@ bool Parser::Parse_Declaration(XMLNODE* node)
 /// Reads a node that is the bytes between two marks. Without the second one it is the rest.
 bool Parser::ParseUpTo(XMLNODE* parent, int type, std::string_view start, std::string_view end)
 {
-    const char* const begin = next_ + start.size();
+    char* const begin = next_ + start.size();
     next_ = Find(begin, end);
-    if (NewNode(parent, type, {begin, static_cast<size_t>(next_ - begin)}) == nullptr)
-        return false;
+    EndText(next_);
     if (next_ < end_)
         next_ += end.size();
-    return true;
+    return NewNode(parent, type, begin) != nullptr;
 }
 
-/// Appends character data up to the next "<", with one blank for each run of white space inside and none around.
-bool Parser::ReadTrimmed(TextBuffer* text)
+/// Reads character data up to the next "<", with one blank for each run of white space inside and none around.
+bool Parser::ReadTrimmed(char** to)
 {
     SkipWhiteSpace();
     bool blankIsDue = false;
@@ -520,10 +479,10 @@ bool Parser::ReadTrimmed(TextBuffer* text)
             ++next_;
             continue;
         }
-        if (blankIsDue && !text->Append(' '))
-            return false;
+        if (blankIsDue)
+            *(*to)++ = ' ';
         blankIsDue = false;
-        if (!GetChar(text))
+        if (!GetChar(to))
             return false;
     }
     return true;
@@ -532,14 +491,15 @@ bool Parser::ReadTrimmed(TextBuffer* text)
 /// Reads character data.
 inline bool Parser::Parse_Text(XMLNODE* parent)
 {
-    if (isPlain_) {
-        const char* const begin = next_;
-        next_ = Find(begin, '<');
-        return NewNode(parent, TEXT, {begin, static_cast<size_t>(next_ - begin)}) != nullptr;
-    }
-    buffer_.Clear();
-    const bool isRead = ReadTrimmed(&buffer_);
-    return NewNode(parent, TEXT, buffer_.Text()) != nullptr && isRead;
+    char* const begin = next_;
+    char* end = begin;
+    bool isRead = true;
+    if (isPlain_)
+        end = next_ = Find(begin, '<');
+    else
+        isRead = ReadTrimmed(&end);
+    EndText(end);
+    return NewNode(parent, TEXT, begin) != nullptr && isRead;
 }
 
 /// Reads a node other than an element at a "<".
@@ -549,14 +509,15 @@ bool Parser::ParseLeaf(XMLNODE* parent, int type)
         return ParseUpTo(parent, COMMENT, "<!--", "-->");
     if (type == TEXT)
         return ParseUpTo(parent, TEXT, "<![CDATA[", "]]>");
-    XMLNODE* const node = NewNode(parent, type);
+    XMLNODE* const node = NewNode(parent, type, nullptr);
     return type == DECLARATION && node != nullptr && Parse_Declaration(node);
 }
 
 inline Parser::TagEnd Parser::Parse_StartTag(XMLNODE* parent, XMLNODE** node)
 {
-    ++next_;
-    *node = NewNode(parent, ELEMENT, ReadName());
+    char* const name = ++next_;
+    ReadName();
+    *node = NewNode(parent, ELEMENT, name);
     if (*node == nullptr)
         return kFailed;
     attributes_.Clear();
@@ -570,7 +531,7 @@ inline Parser::TagEnd Parser::Parse_StartTag(XMLNODE* parent, XMLNODE** node)
             if (next_[1] != '>')
                 return kFailed;
             next_ += 2;
-            return NewNode(*node, TEXT, {}) != nullptr ? kEmpty : kFailed;
+            return NewNode(*node, TEXT, end_) != nullptr ? kEmpty : kFailed;
         default:
             if (!Parse_Attributes(*node))
                 return kFailed;
@@ -583,8 +544,9 @@ inline bool Parser::Parse_EndTag(const XMLNODE* node)
 {
     if (next_ == end_)
         return false;
-    const char* p = next_ + strlen("</");
+    EndTexts();
     const char* name = node->Value;
+    char* p = next_ + strlen("</");
     while (*name != '\0' && *p == *name) {
         ++p;
         ++name;
@@ -595,42 +557,48 @@ inline bool Parser::Parse_EndTag(const XMLNODE* node)
     return true;
 }
 
+/// Reads on in an element: texts, and the end tags of it and of those around it, which become `*parent`, up to the next
+/// node.
+inline bool Parser::Parse_Content(XMLNODE** parent)
+{
+    while (*parent != nullptr) {
+        SkipWhiteSpace();
+        if (next_ < end_ && *next_ != '<') {
+            if (!Parse_Text(*parent))
+                return false;
+            continue;
+        }
+        if (next_ < end_ && next_[1] != '/')
+            return true;
+        if ((*parent)->Child == nullptr && NewNode(*parent, TEXT, end_) == nullptr)
+            return false;
+        if (!Parse_EndTag(*parent))
+            return false;
+        *parent = (*parent)->parent;
+    }
+    return true;
+}
+
 /// Reads an element at a "<" and all it holds.
 bool Parser::Parse_Element()
 {
     XMLNODE* parent = nullptr;
-    int type = ELEMENT;
-    for (;;) {
-        // At a node. Afterwards, what has been opened is the parent of what follows.
-        if (type == ELEMENT) {
-            XMLNODE* node;
-            const TagEnd tagEnd = Parse_StartTag(parent, &node);
-            if (tagEnd == kFailed)
-                return false;
-            if (tagEnd == kOpen)
-                parent = node;
-        } else if (!ParseLeaf(parent, type)) {
+    do {
+        const int type = Identify();
+        XMLNODE* node = nullptr;
+        TagEnd tagEnd = kEmpty;
+        if (type == ELEMENT)
+            tagEnd = Parse_StartTag(parent, &node);
+        else if (!ParseLeaf(parent, type))
             return false;
-        }
-        for (;;) {
-            if (parent == nullptr)
-                return true;
-            SkipWhiteSpace();
-            if (next_ < end_ && *next_ != '<') {
-                if (!Parse_Text(parent))
-                    return false;
-                continue;
-            }
-            if (next_ < end_ && next_[1] != '/')
-                break;
-            if (parent->Child == nullptr && NewNode(parent, TEXT, {}) == nullptr)
-                return false;
-            if (!Parse_EndTag(parent))
-                return false;
-            parent = parent->parent;
-        }
-        type = Identify();
-    }
+        if (tagEnd == kFailed)
+            return false;
+        if (tagEnd == kOpen)
+            parent = node;
+        if (!Parse_Content(&parent))
+            return false;
+    } while (parent != nullptr);
+    return true;
 }
 
 /// A declaration tells how the rest is encoded.
@@ -642,14 +610,23 @@ void Parser::FindEncoding(const XMLNODE* declaration)
     encoding_ = isUtf8 ? kUtf8 : kOther;
 }
 
-XMLNODE* Parser::Parse()
+XMLNODE* Parser::Parse(const char* text, size_t length)
 {
+    next_ = pool_.CopySource(text, length);
+    if (next_ == nullptr)
+        return nullptr;
+    end_ = next_ + length;
+    textEnd_ = end_;
+    if (StartsWith("\xEF\xBB\xBF"))
+        encoding_ = kUtf8;
     for (;;) {
         SkipWhiteSpace();
-        if (next_ == end_ || *next_ != '<')
+        if (*next_ != '<')
             break;
         const int type = Identify();
-        if (!(type == ELEMENT ? Parse_Element() : ParseLeaf(nullptr, type)))
+        const bool isRead = type == ELEMENT ? Parse_Element() : ParseLeaf(nullptr, type);
+        EndTexts();
+        if (!isRead)
             break;
         const XMLNODE* const node = first_->previous;
         if (!TextOf(node->Value).empty())
@@ -690,6 +667,7 @@ int WQXXML_LoadFromString(const char* String, void** xml)
         return EINVAL;
     if (String == nullptr || *String == '\0')
         return EINVAL;
-    *xml = Parser(String, strlen(String)).Parse();
+    Parser parser;
+    *xml = parser.Parse(String, strlen(String));
     return 0;
 }

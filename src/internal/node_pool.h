@@ -1,11 +1,13 @@
 // Memory of the nodes that a parser makes: cut from blocks, so that making one costs a few instructions and releasing a
 // whole document hardly more than a few calls. Each block counts its live objects and is given back with the last one;
-// objects may be released one by one, in any order, by any thread that has the document.
+// objects may be released one by one, in any order, by any thread that has the document. Texts lie in one copy of the
+// source, where the parser ends and decodes them; it is given back with the last block.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <functional>
@@ -19,14 +21,15 @@ struct PoolBlock {
     PoolBlock* next;
     PoolBlock* previous;
     size_t live; ///< objects that have not been released
-    const char* end;
 };
 
 /// All blocks of one document.
 struct NodePool {
     PoolBlock* blocks = nullptr;
     const void* root = nullptr; ///< what the parser handed out: from here every live object is reached
-    bool isPure = true;         ///< nothing that these objects own lies outside the blocks
+    bool isPure = true;         ///< nothing that these objects own lies outside the blocks and the source
+    char* source = nullptr;
+    char* sourceEnd = nullptr; ///< its NUL
 };
 
 /// Where an object lies: 0 for one of its own from the C heap, else its distance from its block in 8 bytes.
@@ -42,6 +45,7 @@ inline void DestroyPool(NodePool* pool)
 {
     while (pool->blocks != nullptr)
         free(std::exchange(pool->blocks, pool->blocks->next));
+    free(pool->source);
     free(pool);
 }
 
@@ -53,10 +57,10 @@ inline void DestroyBlock(PoolBlock* block)
         block->next->previous = block->previous;
     free(block);
     if (pool->blocks == nullptr)
-        free(pool);
+        DestroyPool(pool);
 }
 
-/// Releases an object. Its texts in the same block go with it.
+/// Releases an object.
 inline void ReleasePoolObject(void* object, PoolPlace place)
 {
     if (place == 0)
@@ -66,19 +70,15 @@ inline void ReleasePoolObject(void* object, PoolPlace place)
         DestroyBlock(block);
 }
 
-/// A text belongs to the block of its owner; otherwise it is one of the C heap.
-inline bool IsTextInBlock(const void* owner, PoolPlace place, const char* text)
-{
-    if (place == 0)
-        return false;
-    const PoolBlock* const block = BlockOf(owner, place);
-    return std::less<>()(reinterpret_cast<const char*>(block), text) && std::less<>()(text, block->end);
-}
-
+/// Releases a text of an object, unless it lies in the source.
 inline void ReleaseText(const void* owner, PoolPlace place, char* text)
 {
-    if (!IsTextInBlock(owner, place, text))
-        free(text);
+    if (place != 0) {
+        const NodePool* const pool = BlockOf(owner, place)->pool;
+        if (!std::less<>()(text, pool->source) && !std::less<>()(pool->sourceEnd, text))
+            return;
+    }
+    free(text);
 }
 
 /// To be called when something outside the blocks is about to belong to an object.
@@ -100,14 +100,29 @@ public:
             DestroyPool(pool_);
     }
 
-    /// Room for an object with its texts behind it, aligned for pointers; null if there is no memory.
-    char* Allocate(size_t size, PoolPlace* place)
+    /// Copies the source, once, before anything else; null if there is no memory.
+    char* CopySource(const char* text, size_t length)
     {
-        size = (size + 7) & ~size_t{7};
-        if (static_cast<size_t>(end_ - next_) < size && !AddBlock(size))
+        void* const room = malloc(sizeof(NodePool));
+        if (room == nullptr)
+            return nullptr;
+        pool_ = new (room) NodePool;
+        pool_->source = static_cast<char*>(malloc(length + 1));
+        if (pool_->source == nullptr)
+            return nullptr;
+        pool_->sourceEnd = pool_->source + length;
+        return static_cast<char*>(memcpy(pool_->source, text, length + 1));
+    }
+
+    /// Room for an object; null if there is no memory.
+    template <class T>
+    void* Allocate(PoolPlace* place)
+    {
+        static_assert(sizeof(T) % 8 == 0 && alignof(T) <= 8);
+        if (static_cast<size_t>(end_ - next_) < sizeof(T) && !AddBlock())
             return nullptr;
         char* const object = next_;
-        next_ += size;
+        next_ += sizeof(T);
         ++block_->live;
         *place = static_cast<PoolPlace>((object - reinterpret_cast<char*>(block_)) / 8);
         return object;
@@ -116,37 +131,29 @@ public:
     /// Hands the objects over; releasing `root` releases all that is left of them.
     void Finish(const void* root)
     {
-        if (root == nullptr || pool_ == nullptr)
+        if (root == nullptr)
             return;
         pool_->root = root;
         pool_ = nullptr;
     }
 
 private:
-    static constexpr size_t kFirstBlock = 4 * 1024;
+    static constexpr size_t kFirstBlock = 1024;
     static constexpr size_t kLargestBlock = 64 * 1024;
 
-    /// Begins a block that has room for an object of `size` bytes.
-    bool AddBlock(size_t size)
+    bool AddBlock()
     {
-        if (pool_ == nullptr) {
-            void* const room = malloc(sizeof(NodePool));
-            if (room == nullptr)
-                return false;
-            pool_ = new (room) NodePool;
-        }
-        const size_t capacity = sizeof(PoolBlock) + std::max(size, blockSize_);
-        auto* const block = static_cast<PoolBlock*>(malloc(capacity));
+        auto* const block = static_cast<PoolBlock*>(malloc(blockSize_));
         if (block == nullptr)
             return false;
-        blockSize_ = std::min(2 * blockSize_, kLargestBlock);
-        *block = {pool_, pool_->blocks, nullptr, 0, reinterpret_cast<char*>(block) + capacity};
+        *block = {pool_, pool_->blocks, nullptr, 0};
         if (pool_->blocks != nullptr)
             pool_->blocks->previous = block;
         pool_->blocks = block;
         block_ = block;
         next_ = reinterpret_cast<char*>(block + 1);
-        end_ = reinterpret_cast<char*>(block) + capacity;
+        end_ = reinterpret_cast<char*>(block) + blockSize_;
+        blockSize_ = std::min(2 * blockSize_, kLargestBlock);
         return true;
     }
 
