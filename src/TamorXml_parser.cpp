@@ -7,6 +7,10 @@
 #include <new>
 #include <utility>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "internal/guards.h"
 #include "internal/text.h"
 #include "internal/xml.h"
@@ -80,23 +84,25 @@ constexpr ENTITY kEntities[] = {
 /// The attributes of the element that is being read, found by name without regard to case.
 class AttributeSet {
 public:
-    void Clear() { count_ = 0; }
-    EXTENSION* Find(std::string_view name) const
+    void Clear()
+    {
+        count_ = 0;
+        seen_ = 0;
+    }
+    /// The attribute of a name; null if there is none yet, and then it is Add()ed next.
+    EXTENSION* Find(std::string_view name)
     {
         if (count_ > kFew)
             return FindHashed(name);
-        const uint32_t sketch = Sketch(name);
-        for (size_t i = 0; i < count_; ++i)
-            if (few_[i].key == sketch && EqualNoCase(few_[i].attribute->Name, name))
-                return few_[i].attribute;
-        return nullptr;
+        sketch_ = Sketch(name);
+        return (seen_ & Bit(sketch_)) == 0 ? nullptr : FindFew(name);
     }
-    /// Adds an attribute whose name is not there.
     bool Add(EXTENSION* attribute, std::string_view name)
     {
         if (count_ >= kFew)
             return AddHashed(attribute, name);
-        few_[count_++] = {attribute, Sketch(name)};
+        seen_ |= Bit(sketch_);
+        few_[count_++] = {attribute, sketch_};
         return true;
     }
 
@@ -110,16 +116,23 @@ private:
     /// Tells most names apart at a glance.
     static uint32_t Sketch(std::string_view name)
     {
-        const auto low = [](char c) { return static_cast<unsigned char>(ToLowerAscii(c)); };
-        return static_cast<uint32_t>(name.size()) << 16 | static_cast<uint32_t>(low(name.front()) << 8) |
-               low(name.back());
+        const auto low = [](char c) { return static_cast<uint32_t>(static_cast<unsigned char>(c) | 0x20); };
+        return static_cast<uint32_t>(name.size()) << 16 | low(name.front()) << 8 | low(name.back());
     }
+    static uint64_t Bit(uint32_t sketch) { return uint64_t{1} << (sketch * 0x9E3779B1u >> 26); }
     static uint32_t Hash(std::string_view name)
     {
         uint32_t hash = 2166136261u;
         for (const char c : name)
             hash = (hash ^ static_cast<unsigned char>(ToLowerAscii(c))) * 16777619u;
         return hash;
+    }
+    EXTENSION* FindFew(std::string_view name) const
+    {
+        for (size_t i = 0; i < count_; ++i)
+            if (few_[i].key == sketch_ && EqualNoCase(few_[i].attribute->Name, name))
+                return few_[i].attribute;
+        return nullptr;
     }
     EXTENSION* FindHashed(std::string_view name) const
     {
@@ -165,9 +178,31 @@ private:
 
     Entry few_[kFew];
     size_t count_ = 0;
+    uint32_t sketch_ = 0; ///< of the name that was looked for last
+    uint64_t seen_ = 0; ///< the bits of all in few_: most new names are seen to be new by this
     MallocPtr<Entry> table_; ///< instead of few_, when there are more
     size_t mask_ = 0;
 };
+
+/// The first byte that may end an attribute value or needs to be decoded; looks at most at kPoolSourcePadding bytes behind
+/// the NUL.
+inline char* FindStop(char* p, bool isUtf8)
+{
+#ifdef __SSE2__
+    for (;; p += sizeof(__m128i)) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+        const __m128i stops = _mm_or_si128(_mm_or_si128(equals('"'), equals('\'')), _mm_or_si128(equals('&'), equals(0)));
+        const int mask = _mm_movemask_epi8(isUtf8 ? _mm_or_si128(stops, bytes) : stops); // beyond ASCII the top bit is set
+        if (mask != 0)
+            return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+#else
+    while (!Is(*p, isUtf8 ? kStop | kLead : kStop))
+        ++p;
+    return p;
+#endif
+}
 
 /// Reads one text in a copy of it, in which texts are ended and decoded where they stand: they never grow. A step that
 /// fails returns false and the reading ends; what has been made until then stays.
@@ -220,6 +255,8 @@ private:
     char* PutCodePoint(uint64_t value, char* to) const;
     bool GetChar(char** to);
     bool ReadQuoted(char quote, char** value);
+    bool ReadQuotedRest(char quote);
+    bool ReadBare(char** value);
     bool ReadTrimmed(char** to);
     bool Parse_Attributes(XMLNODE* node);
     bool AddAttribute(XMLNODE* node, std::string_view name, char* value);
@@ -255,10 +292,12 @@ bool Parser::SkipMark()
 
 inline void Parser::SkipWhiteSpace()
 {
-    do
-        while (Is(*next_, kSpace))
-            ++next_;
-    while (encoding_ == kUtf8 && *next_ == '\xEF' && SkipMark());
+    char* p = next_; // kept in a register, which a member that chars are read through would not be
+    while (Is(*p, kSpace))
+        ++p;
+    next_ = p;
+    if (*p == '\xEF' && encoding_ == kUtf8 && SkipMark())
+        SkipWhiteSpace();
 }
 
 /// The type of the node at a "<".
@@ -301,12 +340,14 @@ inline XMLNODE* Parser::NewNode(XMLNODE* parent, int type, char* value)
 inline std::string_view Parser::ReadName()
 {
     char* const begin = next_;
-    if (!Is(*next_, kNameStart))
+    if (!Is(*begin, kNameStart))
         return {};
-    while (Is(*next_, kNamePart))
-        ++next_;
-    EndText(next_);
-    return {begin, static_cast<size_t>(next_ - begin)};
+    char* p = begin + 1;
+    while (Is(*p, kNamePart))
+        ++p;
+    next_ = p;
+    EndText(p);
+    return {begin, static_cast<size_t>(p - begin)};
 }
 
 /// Puts what a character reference stands for; returns where it ends.
@@ -376,19 +417,29 @@ bool Parser::GetChar(char** to)
 }
 
 /// Reads an attribute value up to its closing quote, or to the end.
-bool Parser::ReadQuoted(char quote, char** value)
+inline bool Parser::ReadQuoted(char quote, char** value)
 {
-    *value = next_;
-    const int stops = encoding_ == kUtf8 ? kStop | kLead : kStop;
-    for (;;) {
-        while (!Is(*next_, stops))
-            ++next_;
-        if (next_ == end_ || *next_ == quote || *next_ == '&')
-            break;
+    char* const begin = next_;
+    *value = begin;
+    char* const stop = FindStop(begin, encoding_ == kUtf8);
+    if (*stop == quote) {
+        next_ = stop + 1;
+        *stop = '\0';
+        return true;
+    }
+    next_ = stop;
+    return ReadQuotedRest(quote);
+}
+
+/// Goes on with a value from the first byte that is not just one of it.
+bool Parser::ReadQuotedRest(char quote)
+{
+    while (next_ < end_ && *next_ != quote && *next_ != '&') {
         SkipChar();
+        next_ = FindStop(next_, encoding_ == kUtf8);
     }
     char* to = next_;
-    while (next_ < end_ && *next_ != quote) // from the first "&" on
+    while (next_ < end_ && *next_ != quote)
         if (!GetChar(&to))
             return false;
     if (next_ < end_)
@@ -414,8 +465,19 @@ inline bool Parser::AddAttribute(XMLNODE* node, std::string_view name, char* val
     return attributes_.Add(attribute, name);
 }
 
+/// Reads an attribute value without quotes.
+bool Parser::ReadBare(char** value)
+{
+    *value = next_;
+    for (; !Is(*next_, kValueEnd); ++next_)
+        if (*next_ == '"' || *next_ == '\'')
+            return false;
+    EndText(next_);
+    return true;
+}
+
 /// Reads "name = value" and adds it to a node.
-bool Parser::Parse_Attributes(XMLNODE* node)
+inline bool Parser::Parse_Attributes(XMLNODE* node)
 {
     const std::string_view name = ReadName();
     SkipWhiteSpace();
@@ -423,15 +485,15 @@ bool Parser::Parse_Attributes(XMLNODE* node)
         return false;
     ++next_;
     SkipWhiteSpace();
-    char* value = next_;
-    if (*next_ == '"' || *next_ == '\'') {
-        const char quote = *next_++;
-        return ReadQuoted(quote, &value) && AddAttribute(node, name, value);
-    }
-    for (; !Is(*next_, kValueEnd); ++next_)
-        if (*next_ == '"' || *next_ == '\'')
+    char* value;
+    const char quote = *next_;
+    if (quote == '"' || quote == '\'') {
+        ++next_;
+        if (!ReadQuoted(quote, &value))
             return false;
-    EndText(next_);
+    } else if (!ReadBare(&value)) {
+        return false;
+    }
     return AddAttribute(node, name, value);
 }
 

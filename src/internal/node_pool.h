@@ -14,6 +14,9 @@
 #include <new>
 #include <utility>
 
+/// Bytes behind the NUL of a source that may be read, so that sixteen can be looked at a time.
+inline constexpr size_t kPoolSourcePadding = 16;
+
 struct NodePool;
 
 struct PoolBlock {
@@ -21,6 +24,7 @@ struct PoolBlock {
     PoolBlock* next;
     PoolBlock* previous;
     size_t live; ///< objects that have not been released
+    size_t size;
 };
 
 /// All blocks of one document.
@@ -32,6 +36,13 @@ struct NodePool {
     char* sourceEnd = nullptr; ///< its NUL
 };
 
+/// The size of most blocks.
+inline constexpr size_t kPoolBlockSize = 64 * 1024;
+/// A block of that size; null if there is no memory.
+PoolBlock* TakePoolBlock();
+/// Gives such a block back.
+void GivePoolBlock(PoolBlock* block);
+
 /// Where an object lies: 0 for one of its own from the C heap, else its distance from its block in 8 bytes.
 using PoolPlace = uint32_t;
 
@@ -40,11 +51,19 @@ inline PoolBlock* BlockOf(const void* object, PoolPlace place)
     return reinterpret_cast<PoolBlock*>(reinterpret_cast<uintptr_t>(object) - uintptr_t{place} * 8);
 }
 
+inline void FreePoolBlock(PoolBlock* block)
+{
+    if (block->size == kPoolBlockSize)
+        GivePoolBlock(block);
+    else
+        free(block);
+}
+
 /// Releases every block of a document, whatever still lives in them.
 inline void DestroyPool(NodePool* pool)
 {
     while (pool->blocks != nullptr)
-        free(std::exchange(pool->blocks, pool->blocks->next));
+        FreePoolBlock(std::exchange(pool->blocks, pool->blocks->next));
     free(pool->source);
     free(pool);
 }
@@ -55,7 +74,7 @@ inline void DestroyBlock(PoolBlock* block)
     (block->previous != nullptr ? block->previous->next : pool->blocks) = block->next;
     if (block->next != nullptr)
         block->next->previous = block->previous;
-    free(block);
+    FreePoolBlock(block);
     if (pool->blocks == nullptr)
         DestroyPool(pool);
 }
@@ -107,11 +126,12 @@ public:
         if (room == nullptr)
             return nullptr;
         pool_ = new (room) NodePool;
-        pool_->source = static_cast<char*>(malloc(length + 1));
+        pool_->source = static_cast<char*>(malloc(length + 1 + kPoolSourcePadding));
         if (pool_->source == nullptr)
             return nullptr;
         pool_->sourceEnd = pool_->source + length;
-        return static_cast<char*>(memcpy(pool_->source, text, length + 1));
+        memset(pool_->sourceEnd, 0, 1 + kPoolSourcePadding);
+        return static_cast<char*>(memcpy(pool_->source, text, length));
     }
 
     /// Room for an object; null if there is no memory.
@@ -139,21 +159,21 @@ public:
 
 private:
     static constexpr size_t kFirstBlock = 1024;
-    static constexpr size_t kLargestBlock = 64 * 1024;
 
     bool AddBlock()
     {
-        auto* const block = static_cast<PoolBlock*>(malloc(blockSize_));
+        PoolBlock* const block =
+            blockSize_ == kPoolBlockSize ? TakePoolBlock() : static_cast<PoolBlock*>(malloc(blockSize_));
         if (block == nullptr)
             return false;
-        *block = {pool_, pool_->blocks, nullptr, 0};
+        *block = {pool_, pool_->blocks, nullptr, 0, blockSize_};
         if (pool_->blocks != nullptr)
             pool_->blocks->previous = block;
         pool_->blocks = block;
         block_ = block;
         next_ = reinterpret_cast<char*>(block + 1);
         end_ = reinterpret_cast<char*>(block) + blockSize_;
-        blockSize_ = std::min(2 * blockSize_, kLargestBlock);
+        blockSize_ = std::min(4 * blockSize_, kPoolBlockSize);
         return true;
     }
 
