@@ -232,7 +232,8 @@ XMLNODE* ValueNode(void* Node)
 XMLNODE* CopyOne(const XMLNODE* source)
 {
     const XMLNODE* const first = source->Child;
-    XMLNODE* const copy = NewElement(TextOf(source->Value), first != nullptr && first->Type == TEXT ? first->Value : nullptr);
+    XMLNODE* const copy =
+        NewElement(TextOf(source->Value), first != nullptr && first->Type == TEXT ? first->Value : nullptr);
     if (copy == nullptr)
         return nullptr;
     for (const EXTENSION* extension = source->Extension; extension != nullptr; extension = extension->Next) {

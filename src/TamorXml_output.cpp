@@ -135,7 +135,7 @@ bool PutStartTag(const XMLNODE* node, bool isOneLevel, size_t level, Sink* sink)
     if (!PutIndent(level, sink) || !sink->Put("<"sv, TextOf(node->Value)))
         return false;
     for (const EXTENSION* attribute = node->Extension; attribute != nullptr; attribute = attribute->Next)
-        if (!sink->Put(" "sv, TextOf(attribute->Name), "=\""sv, TextOf(attribute->Value), "\""sv))
+        if (!sink->Put(" "sv, ShortText(attribute->Name), "=\""sv, ShortText(attribute->Value), "\""sv))
             return false;
     return isOneLevel ? sink->Put(">"sv) : sink->Put(">\n"sv);
 }

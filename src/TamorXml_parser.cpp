@@ -178,8 +178,8 @@ private:
 
     Entry few_[kFew];
     size_t count_ = 0;
-    uint32_t sketch_ = 0; ///< of the name that was looked for last
-    uint64_t seen_ = 0; ///< the bits of all in few_: most new names are seen to be new by this
+    uint32_t sketch_ = 0;    ///< of the name that was looked for last
+    uint64_t seen_ = 0;      ///< the bits of all in few_: most new names are seen to be new by this
     MallocPtr<Entry> table_; ///< instead of few_, when there are more
     size_t mask_ = 0;
 };
@@ -192,8 +192,10 @@ inline char* FindStop(char* p, bool isUtf8)
     for (;; p += sizeof(__m128i)) {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
         const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
-        const __m128i stops = _mm_or_si128(_mm_or_si128(equals('"'), equals('\'')), _mm_or_si128(equals('&'), equals(0)));
-        const int mask = _mm_movemask_epi8(isUtf8 ? _mm_or_si128(stops, bytes) : stops); // beyond ASCII the top bit is set
+        const __m128i stops =
+            _mm_or_si128(_mm_or_si128(equals('"'), equals('\'')), _mm_or_si128(equals('&'), equals(0)));
+        const int mask =
+            _mm_movemask_epi8(isUtf8 ? _mm_or_si128(stops, bytes) : stops); // beyond ASCII the top bit is set
         if (mask != 0)
             return p + __builtin_ctz(static_cast<unsigned>(mask));
     }

@@ -36,8 +36,8 @@ int NewIteration(const XMLNODE* parent, int Mode, void** ItrHandle)
         General_LibraryLog(ZKQ_LOG_ERROR, Message::XmlIterateNoMemory);
         return kXmlNoMemory;
     }
-    *ItrHandle = new (room) WQXXMLH_ITERATENODE{kXmlIterationMark, nullptr, ElementFrom(parent->Child),
-                                                CountElements(parent->Child), Mode};
+    *ItrHandle = new (room)
+        WQXXMLH_ITERATENODE{kXmlIterationMark, nullptr, ElementFrom(parent->Child), CountElements(parent->Child), Mode};
     return 0;
 }
 

@@ -59,8 +59,18 @@ constexpr std::string_view WithoutExtension(std::string_view name)
     return name.substr(0, name.rfind('.'));
 }
 
+/// A text that as a rule is short: its first bytes are counted without a call.
+[[gnu::always_inline]] inline std::string_view ShortText(const char* text)
+{
+    constexpr size_t kShort = 16;
+    for (size_t size = 0; size < kShort; ++size)
+        if (text[size] == '\0')
+            return {text, size};
+    return {text, kShort + strlen(text + kShort)};
+}
+
 /// Copies a text, as a rule a short one, without a call for it; returns where it ends.
-inline char* CopyShort(char* to, std::string_view text)
+[[gnu::always_inline]] inline char* CopyShort(char* to, std::string_view text)
 {
     const char* const from = text.data();
     const size_t size = text.size();
