@@ -249,11 +249,12 @@ int ResolvePath(void* Handle, const char* Path, PathMode mode, XMLNODE** node)
 {
     if (const int error = CheckPath(Handle, Path))
         return error;
-    const MallocPtr<char> copy(strdup(Path));
+    const size_t length = strlen(Path);
+    const MallocPtr<char> copy(strndup(Path, length));
     if (copy == nullptr)
         return LogXmlResult(kXmlNoMemory);
     PathWalk walk = {nullptr, nullptr, mode, false};
-    const int error = Begin(Handle, &walk) ? Walk(copy.get(), strlen(copy.get()), &walk) : kXmlBadPath;
+    const int error = Begin(Handle, &walk) ? Walk(copy.get(), length, &walk) : kXmlBadPath;
     if (walk.hasAdded && walk.document != nullptr)
         walk.document->Modified = TRUE;
     if (error != 0)
