@@ -21,7 +21,6 @@ using support::ReadFile;
 using support::WriteFile;
 using support::XmlHandle;
 
-
 TEST(XmlHandleRecord, HoldsWhatWasOpened)
 {
     const support::TempDir dir;
@@ -179,7 +178,8 @@ TEST_F(XmlHandleLog, TellsWhyACallFails)
          "文件名长度超过系统允许的范围"},
         {[&](XmlHandle&) { return WQXXMLH_Open("no/such/file", 0, &none); }, -2, notFound.c_str()},
         {[&](XmlHandle&) { return WQXXMLH_Open("no/such/file", 1, &none); }, ENOENT, notFound.c_str()},
-        {[&](XmlHandle&) { return WQXXMLH_Open2(nullptr, 0, &none); }, EINVAL, "参数错误：只读模式下XML和Habdle不能为NULL"},
+        {[&](XmlHandle&) { return WQXXMLH_Open2(nullptr, 0, &none); }, EINVAL,
+         "参数错误：只读模式下XML和Habdle不能为NULL"},
         {[&](XmlHandle&) { return WQXXMLH_Open2("<r/>", 0, nullptr); }, EINVAL,
          "参数错误：只读模式下XML和Habdle不能为NULL"},
         {[&](XmlHandle&) { return WQXXMLH_Open2("<r/>", 1, nullptr); }, EINVAL, "参数错误：读写模式下Habdle不能为NULL"},
@@ -226,7 +226,8 @@ TEST_F(XmlHandleLog, TellsWhyACallFails)
          "WQXXMLH_GetValue参数错误!"},
         {[&](XmlHandle&) { return WQXXMLH_Iterate_GetAttribute(nullptr, "k", &text); }, EINVAL,
          "WQXXMLH_GetAttribute参数错误!"},
-        {[&](XmlHandle& h) { return WQXXMLH_Iterate_GetAttribute(h.Node("/r"), "k", &text); }, ENOENT, notFound.c_str()},
+        {[&](XmlHandle& h) { return WQXXMLH_Iterate_GetAttribute(h.Node("/r"), "k", &text); }, ENOENT,
+         notFound.c_str()},
         {[&](XmlHandle&) { return WQXXMLH_Iterate_GetElement(nullptr, &text); }, EINVAL, "WQXXMLH_GetElement参数错误!"},
         {[&](XmlHandle& h) {
              void* walk = nullptr;

@@ -47,8 +47,8 @@ TEST(XmlIterate, HandsOutTheElementsInOrder)
         const char* path;
         Names names;
     };
-    for (const auto& [path, names] : {Row{"/r", {"a", "b", "a"}}, Row{"/R/b/", {"c", "d"}}, Row{"/r/b/c", {}},
-                                      Row{"/r/a[k=1]", {}}}) {
+    for (const auto& [path, names] :
+         {Row{"/r", {"a", "b", "a"}}, Row{"/R/b/", {"c", "d"}}, Row{"/r/b/c", {}}, Row{"/r/a[k=1]", {}}}) {
         void* walk = nullptr;
         ASSERT_EQ(WQXXMLH_BeginIterate(handle, path, &walk), 0) << path;
         EXPECT_EQ(Rest(walk), names) << path;

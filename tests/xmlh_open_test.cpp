@@ -287,7 +287,8 @@ TEST(XmlHandleClose, LeavesTheFileOfAnUnchangedDocument)
         {"change missing value", [](void* h) { return WQXXMLH_ChangeElementValue(h, "/r/n", "1"); }, kBadPath},
         {"change without text", [](void* h) { return WQXXMLH_ChangeElementValue(h, "/r", "1"); }, EINVAL},
         {"rename, bad name", [](void* h) { return WQXXMLH_ChangeElementName(h, "/r", "a b"); }, EINVAL},
-        {"change missing attribute", [](void* h) { return WQXXMLH_ChangeElementAttribute(h, "/r/a", "x", "1"); }, ENOENT},
+        {"change missing attribute", [](void* h) { return WQXXMLH_ChangeElementAttribute(h, "/r/a", "x", "1"); },
+         ENOENT},
         {"delete what is missing", [](void* h) { return WQXXMLH_DeleteElement(h, "/r/n"); }, kBadPath},
         {"copy from nowhere", [](void* h) { return WQXXMLH_Copy(h, "/r/n", h, "/r"); }, kBadPath},
         {"copy to nowhere", [](void* h) { return WQXXMLH_Copy(h, "/r/a", h, "/r/n"); }, kBadPath},
@@ -484,8 +485,8 @@ TEST(XmlHandleDeclaration, TakesTextsBelow32Bytes)
     XmlHandle handle("<r/>");
     EXPECT_EQ(WQXXMLH_SetDeclaration(handle, most.c_str(), most.c_str(), most.c_str()), 0);
     EXPECT_EQ(WQXXMLH_SetDeclaration(handle, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(handle.Finish(), "<?xml version=\"" + most + "\" encoding=\"" + most + "\" standalone=\"" + most +
-                                   "\"?>\n<r></r>\n");
+    EXPECT_EQ(handle.Finish(),
+              "<?xml version=\"" + most + "\" encoding=\"" + most + "\" standalone=\"" + most + "\"?>\n<r></r>\n");
 
     XmlHandle second("<r/>");
     EXPECT_EQ(WQXXMLH_SetDeclaration(second, "v", over.c_str(), "s"), kTooLong);

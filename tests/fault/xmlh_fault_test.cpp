@@ -62,70 +62,69 @@ TEST_P(XmlChangeFault, EveryFailedAllocationIsReported)
 
 INSTANTIATE_TEST_SUITE_P(
     Changes, XmlChangeFault,
-    testing::Values(
-        Change{"find",
-               [](void* h) {
-                   void* node = &g_sentinel;
-                   const int result = WQXXMLH_GetNodeFromPath(h, "/r/a[k=v&k=\"v\"]", &node);
-                   EXPECT_EQ(node == &g_sentinel, result != 0);
-                   return result;
-               },
-               {kDocument}},
-        Change{"find_with_adding",
-               [](void* h) {
-                   void* node = &g_sentinel;
-                   const int result = WQXXMLH_Misc_GetNodeFromPath_AutoAdd(h, "/r/n[p=q&s=t]/m", &node);
-                   EXPECT_EQ(node == &g_sentinel, result != 0);
-                   return result;
-               },
-               {kDocument, "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n></n></r>",
-                "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n p=\"q\"></n></r>",
-                "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n p=\"q\" s=\"t\"></n></r>",
-                "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n p=\"q\" s=\"t\"><m></m></n></r>"}},
-        Change{"add_value",
-               [](void* h) { return WQXXMLH_AddElementValue(h, "/r/b", "n", "v"); },
-               {kDocument, "<r><a k=\"v\">1</a><b><c x=\"y\">2</c><n>v</n></b></r>"}},
-        Change{"add_attribute",
-               [](void* h) { return WQXXMLH_AddElementAttribute(h, "/r/b", "n", "v"); },
-               {kDocument, "<r><a k=\"v\">1</a><b n=\"v\"><c x=\"y\">2</c></b></r>"}},
-        Change{"change_value",
-               [](void* h) { return WQXXMLH_ChangeElementValue(h, "/r/a", "a rather long new text"); },
-               {kDocument, "<r><a k=\"v\">a rather long new text</a><b><c x=\"y\">2</c></b></r>"}},
-        Change{"rename",
-               [](void* h) { return WQXXMLH_ChangeElementName(h, "/r/a", "another"); },
-               {kDocument, "<r><another k=\"v\">1</another><b><c x=\"y\">2</c></b></r>"}},
-        Change{"change_attribute",
-               [](void* h) { return WQXXMLH_ChangeElementAttribute(h, "/r/a", "k", "another"); },
-               {kDocument, "<r><a k=\"another\">1</a><b><c x=\"y\">2</c></b></r>"}},
-        Change{"delete",
-               [](void* h) { return WQXXMLH_DeleteElement(h, "/r/b"); },
-               {kDocument, "<r><a k=\"v\">1</a></r>"}},
-        Change{"copy",
-               [](void* h) { return WQXXMLH_Copy(h, "/r/b", h, "/r/a"); },
-               {kDocument, // what was copied stays
-                "<r><a k=\"v\">1<b></b></a><b><c x=\"y\">2</c></b></r>",
-                "<r><a k=\"v\">1<b><c>2</c></b></a><b><c x=\"y\">2</c></b></r>",
-                "<r><a k=\"v\">1<b><c x=\"y\">2</c></b></a><b><c x=\"y\">2</c></b></r>"}},
-        Change{"walk",
-               [](void* h) {
-                   void* walk = &g_sentinel;
-                   void* inner = &g_sentinel;
-                   void* node = nullptr;
-                   int result = WQXXMLH_BeginIterate(h, "/r", &walk);
-                   if (result != 0) {
-                       EXPECT_EQ(walk, &g_sentinel);
-                       return result;
-                   }
-                   EXPECT_EQ(WQXXMLH_Iterate(walk, &node), 0);
-                   result = WQXXMLH_BeginIterate2(walk, &inner);
-                   EXPECT_EQ(inner == &g_sentinel, result != 0);
-                   if (result == 0) {
-                       EXPECT_EQ(WQXXMLH_EndIterate(inner), 0);
-                   }
-                   EXPECT_EQ(WQXXMLH_EndIterate(walk), 0);
-                   return result;
-               },
-               {kDocument}}),
+    testing::Values(Change{"find",
+                           [](void* h) {
+                               void* node = &g_sentinel;
+                               const int result = WQXXMLH_GetNodeFromPath(h, "/r/a[k=v&k=\"v\"]", &node);
+                               EXPECT_EQ(node == &g_sentinel, result != 0);
+                               return result;
+                           },
+                           {kDocument}},
+                    Change{"find_with_adding",
+                           [](void* h) {
+                               void* node = &g_sentinel;
+                               const int result = WQXXMLH_Misc_GetNodeFromPath_AutoAdd(h, "/r/n[p=q&s=t]/m", &node);
+                               EXPECT_EQ(node == &g_sentinel, result != 0);
+                               return result;
+                           },
+                           {kDocument, "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n></n></r>",
+                            "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n p=\"q\"></n></r>",
+                            "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n p=\"q\" s=\"t\"></n></r>",
+                            "<r><a k=\"v\">1</a><b><c x=\"y\">2</c></b><n p=\"q\" s=\"t\"><m></m></n></r>"}},
+                    Change{"add_value",
+                           [](void* h) { return WQXXMLH_AddElementValue(h, "/r/b", "n", "v"); },
+                           {kDocument, "<r><a k=\"v\">1</a><b><c x=\"y\">2</c><n>v</n></b></r>"}},
+                    Change{"add_attribute",
+                           [](void* h) { return WQXXMLH_AddElementAttribute(h, "/r/b", "n", "v"); },
+                           {kDocument, "<r><a k=\"v\">1</a><b n=\"v\"><c x=\"y\">2</c></b></r>"}},
+                    Change{"change_value",
+                           [](void* h) { return WQXXMLH_ChangeElementValue(h, "/r/a", "a rather long new text"); },
+                           {kDocument, "<r><a k=\"v\">a rather long new text</a><b><c x=\"y\">2</c></b></r>"}},
+                    Change{"rename",
+                           [](void* h) { return WQXXMLH_ChangeElementName(h, "/r/a", "another"); },
+                           {kDocument, "<r><another k=\"v\">1</another><b><c x=\"y\">2</c></b></r>"}},
+                    Change{"change_attribute",
+                           [](void* h) { return WQXXMLH_ChangeElementAttribute(h, "/r/a", "k", "another"); },
+                           {kDocument, "<r><a k=\"another\">1</a><b><c x=\"y\">2</c></b></r>"}},
+                    Change{"delete",
+                           [](void* h) { return WQXXMLH_DeleteElement(h, "/r/b"); },
+                           {kDocument, "<r><a k=\"v\">1</a></r>"}},
+                    Change{"copy",
+                           [](void* h) { return WQXXMLH_Copy(h, "/r/b", h, "/r/a"); },
+                           {kDocument, // what was copied stays
+                            "<r><a k=\"v\">1<b></b></a><b><c x=\"y\">2</c></b></r>",
+                            "<r><a k=\"v\">1<b><c>2</c></b></a><b><c x=\"y\">2</c></b></r>",
+                            "<r><a k=\"v\">1<b><c x=\"y\">2</c></b></a><b><c x=\"y\">2</c></b></r>"}},
+                    Change{"walk",
+                           [](void* h) {
+                               void* walk = &g_sentinel;
+                               void* inner = &g_sentinel;
+                               void* node = nullptr;
+                               int result = WQXXMLH_BeginIterate(h, "/r", &walk);
+                               if (result != 0) {
+                                   EXPECT_EQ(walk, &g_sentinel);
+                                   return result;
+                               }
+                               EXPECT_EQ(WQXXMLH_Iterate(walk, &node), 0);
+                               result = WQXXMLH_BeginIterate2(walk, &inner);
+                               EXPECT_EQ(inner == &g_sentinel, result != 0);
+                               if (result == 0) {
+                                   EXPECT_EQ(WQXXMLH_EndIterate(inner), 0);
+                               }
+                               EXPECT_EQ(WQXXMLH_EndIterate(walk), 0);
+                               return result;
+                           },
+                           {kDocument}}),
     [](const auto& row) { return row.param.name; });
 
 /// An opening of a document; true if it succeeded.
@@ -166,13 +165,11 @@ TEST_P(XmlOpenFault, IsReportedOrReadsLess)
 
 INSTANTIATE_TEST_SUITE_P(
     Openings, XmlOpenFault,
-    testing::Values(Opening{"to_read",
-                            [](const TempDir& d, void** h) { return WQXXMLH_Open(d.File("d.xml").c_str(), 0, h); }},
-                    Opening{"to_write",
-                            [](const TempDir& d, void** h) { return WQXXMLH_Open(d.File("d.xml").c_str(), 1, h); }},
-                    Opening{"anew",
-                            [](const TempDir& d, void** h) { return WQXXMLH_Open(d.File("n.xml").c_str(), 1, h); }},
-                    Opening{"text", [](const TempDir&, void** h) { return WQXXMLH_Open2(kDocument, 0, h); }}),
+    testing::Values(
+        Opening{"to_read", [](const TempDir& d, void** h) { return WQXXMLH_Open(d.File("d.xml").c_str(), 0, h); }},
+        Opening{"to_write", [](const TempDir& d, void** h) { return WQXXMLH_Open(d.File("d.xml").c_str(), 1, h); }},
+        Opening{"anew", [](const TempDir& d, void** h) { return WQXXMLH_Open(d.File("n.xml").c_str(), 1, h); }},
+        Opening{"text", [](const TempDir&, void** h) { return WQXXMLH_Open2(kDocument, 0, h); }}),
     [](const auto& row) { return row.param.name; });
 
 TEST(XmlOpenFailure, ToReadAFileThatCannotBeReadLeavesItsReason)

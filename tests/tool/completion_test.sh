@@ -24,7 +24,7 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file; do
+for group in ini log file xml; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
@@ -69,6 +69,14 @@ offers '' file copy other.txt other.txt ''
 offers 'logs' file mkdirs l
 offers 'logs' file rmtree --yes l
 offers '' file temp ''
+# XML files; their paths are not listed.
+offers 'other.txt' xml get o
+offers '' xml get other.txt ''
+offers 'other.txt' xml copy other.txt /r o
+offers '' xml get --attribute ''
+offers 'other.txt' xml fmt -o o
+offers 'other.txt' xml fmt --output other.txt o
+
 offers '' nothing ''
 offers '' nothing at all ''
 

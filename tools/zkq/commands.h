@@ -7,3 +7,4 @@
 void AddIniCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
+void AddXmlCommands(CLI::App& app);

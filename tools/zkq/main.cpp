@@ -22,6 +22,7 @@ void AddCommands(CLI::App& app)
     AddIniCommands(app);
     AddLogCommands(app);
     AddFileCommands(app);
+    AddXmlCommands(app);
     UnguardOptions(app);
 }
 
@@ -71,7 +72,7 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs and files, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, XML, logs and files, handled as libZKQ_general handles them.", "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

@@ -48,7 +48,7 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --attribute | --output | -o) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -62,6 +62,12 @@ _zkq_options() {
         'log write') _zkq_offer_words --dir --project --level --force --help ;;
         'log level') _zkq_offer_words --dir --help ;;
         'file copy') _zkq_offer_words --no-clobber --help ;;
+        'xml get') _zkq_offer_words --attribute --raw --help ;;
+        'xml ls') _zkq_offer_words --raw --help ;;
+        'xml fmt') _zkq_offer_words --output --force --help ;;
+        'xml set') _zkq_offer_words --attribute --raw --force --help ;;
+        'xml add') _zkq_offer_words --raw --force --help ;;
+        'xml '*) _zkq_offer_words --force --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
         *) _zkq_offer_words --help ;;
     esac
@@ -70,6 +76,7 @@ _zkq_options() {
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
         'ini '*' 0' | 'log tail 0' | 'file copy '[01]) _zkq_offer_paths -f ;;
+        'xml '*' 0' | 'xml copy 2') _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -90,7 +97,8 @@ _zkq_command() {
     case ${COMP_WORDS[COMP_CWORD - 1]} in
         --dir) _zkq_offer_paths -d ;;
         --level) _zkq_offer_words debug info warn error ;;
-        --default | --project | --lines | -n) ;;
+        --output | -o) _zkq_offer_paths -f ;;
+        --default | --project | --lines | -n | --attribute) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -104,11 +112,12 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file --help --version ;;
+        1) _zkq_offer_words ini log file xml --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
+                xml) _zkq_offer_words get ls fmt set add del rename copy --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
             esac
             ;;
