@@ -14,8 +14,9 @@
 
 namespace {
 
-constexpr char kFixed[] = "<?xml version='1.0'?><r>t<a id='1' k='x'>1</a><a id='2'/><A/><b><c p=''/><c p='q'>2<d/></c></b>"
-                          "<!--a--><a k='y' id='2'><e/></a></r>";
+constexpr char kFixed[] =
+    "<?xml version='1.0'?><r>t<a id='1' k='x'>1</a><a id='2'/><A/><b><c p=''/><c p='q'>2<d/></c></b>"
+    "<!--a--><a k='y' id='2'><e/></a></r>";
 
 struct Node {
     const XMLNODE* real; ///< null for one that the model has added

@@ -65,7 +65,8 @@ std::string Decoded(const XmlDocument& document, const std::string& stored, bool
 std::string Stored(const std::string& text, bool is_raw)
 {
     const std::string escaped = is_raw ? WithoutMarks(text) : EscapedText(text);
-    const bool begins_blank = !escaped.empty() && std::string_view(" \t\r\n").find(escaped[0]) != std::string_view::npos;
+    const bool begins_blank =
+        !escaped.empty() && std::string_view(" \t\r\n").find(escaped[0]) != std::string_view::npos;
     return begins_blank ? kKeepBlanks + escaped : escaped;
 }
 

@@ -1,8 +1,8 @@
 #include "xml_document.h"
 
 #include <ZKQ_general/TamorXml.h>
-#include <ZKQ_general/error.h>
 #include <ZKQ_general/WQXXMLH.h>
+#include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
 #include <errno.h>
 #include <stdio.h>
@@ -34,7 +34,7 @@ std::string Content(const std::string& file)
     if (!ZKQGeneral_GetFileContent(Resolved(file).c_str(), &content, &size))
         throw LibraryFailure("cannot read " + file);
     const std::unique_ptr<unsigned char, decltype(&ZKQGeneral_FreeMallocBuffer)> owner(content,
-                                                                                      &ZKQGeneral_FreeMallocBuffer);
+                                                                                       &ZKQGeneral_FreeMallocBuffer);
     return {reinterpret_cast<char*>(content), static_cast<size_t>(size)};
 }
 

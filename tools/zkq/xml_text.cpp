@@ -298,10 +298,7 @@ private:
         run_.clear();
     }
 
-    void Lose(const std::string& what)
-    {
-        result_.losses.push_back("line " + std::to_string(Line()) + ": " + what);
-    }
+    void Lose(const std::string& what) { result_.losses.push_back("line " + std::to_string(Line()) + ": " + what); }
 
     const std::string& file_;
     std::string_view text_;
