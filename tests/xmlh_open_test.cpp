@@ -337,6 +337,19 @@ TEST(XmlHandleClose, WritesAChangedDocumentWhateverTheMode)
             EXPECT_TRUE(IsWrittenAfter(dir, call, mode)) << call.name;
 }
 
+TEST(XmlHandleClose, WritesARootThatWasOnlyMade)
+{
+    const TempDir dir;
+    for (const int result : {0, EINVAL}) {
+        const std::string file = dir.File(std::to_string(result));
+        XmlHandle handle = XmlHandle::Of(file);
+        void* node = nullptr;
+        EXPECT_EQ(WQXXMLH_Misc_GetNodeFromPath_AutoAdd(handle, result == 0 ? "/r" : "/r[@=1]", &node), result);
+        handle.Close();
+        EXPECT_EQ(ReadFile(file), "<r></r>\n");
+    }
+}
+
 TEST(XmlHandleClose, WritesInPlaceWithTheDeclaration)
 {
     const TempDir dir;
