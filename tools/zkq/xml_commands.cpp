@@ -237,7 +237,7 @@ Line Described(const XmlDocument& document, void* node, bool is_raw)
     if (WQXXML_OutputString(node, &written) != 0)
         throw Failure("cannot list " + document.File(), "Out of memory");
     for (const auto& [name, value] : StartTagAttributes(written))
-        line.attributes += (line.attributes.empty() ? "" : " ") + name + "=\"" + value + "\"";
+        (line.attributes += line.attributes.empty() ? "" : " ").append(name).append("=\"").append(value).append("\"");
     WQXXML_FreeString(written);
     if (const size_t count = CountElements(node); count != 0)
         line.text = "(" + std::to_string(count) + (count == 1 ? " element)" : " elements)");
