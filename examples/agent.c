@@ -1,7 +1,8 @@
 /*
  * A small agent: it reads its settings from a profile file, watches a directory for a few rounds, and records what it
  * sees in a log whose levels an operator may switch while it runs. At the end it packs the files into a cabinet, and
- * makes sure of it: what comes out again must have the digests of what went in.
+ * makes sure of it: what comes out again must have the digests of what went in. What it saw last it keeps in an XML
+ * file, so that it tells what has happened since it last ran.
  *
  *     agent SETTINGS.ini
  *
@@ -13,6 +14,7 @@
  * ignore = .tmp .swp           endings of names that do not count
  * head = 32                    bytes of a changed file that are shown
  * archive = /var/spool/in.cab  the cabinet to make at the end; none if there is no such key
+ * state = /var/lib/agent.xml   where it keeps what it saw last; nowhere without this key
  */
 #include <ZKQ_general.h>
 #include <dirent.h>
@@ -31,6 +33,7 @@ typedef struct {
     char directory[PATH_SIZE];
     char log[96];
     char archive[PATH_SIZE];
+    char state[PATH_SIZE];
     int rounds;
     int interval; /* milliseconds */
     int head;     /* bytes */
@@ -49,6 +52,8 @@ typedef struct {
     WatchedFile* files;
     size_t count;
     size_t room;
+    int isKnown;    /* files that are not in the list are new */
+    int hasChanged; /* since the state was written */
 } Watch;
 
 static void* logContext;
@@ -66,6 +71,7 @@ static int ReadSettings(const char* file, Settings* settings)
     ZKQGeneral_GetPrivateProfileString("agent", "log", ".", settings->log, sizeof settings->log, file);
     ZKQGeneral_GetPrivateProfileString("agent", "archive", "", settings->archive, sizeof settings->archive, file);
     ZKQGeneral_GetPrivateProfileString("agent", "ignore", "", ignore, sizeof ignore, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "state", "", settings->state, sizeof settings->state, file);
     settings->rounds = (int)ZKQGeneral_GetPrivateProfileInt("agent", "rounds", 5, file);
     settings->interval = (int)ZKQGeneral_GetPrivateProfileInt("agent", "interval", 500, file);
     settings->head = (int)ZKQGeneral_GetPrivateProfileInt("agent", "head", 32, file);
@@ -126,6 +132,124 @@ static WatchedFile* Add(Watch* watch, const char* name)
     return file;
 }
 
+/* State: <agent><file name="..." size="..." seconds="..." nanoseconds="..."/>...</agent> */
+
+static void RecordXmlError(int error, const char* what, const char* file)
+{
+    char text[256];
+    ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "cannot %s %s: %s", what, file,
+                                       WQXXMLH_GetErrorInfo(error, text));
+}
+
+static long long Number(void* node, const char* attribute)
+{
+    char* text = NULL;
+    return WQXXMLH_Iterate_GetAttribute(node, attribute, &text) == 0 ? strtoll(text, NULL, 10) : 0;
+}
+
+/* Reads what the last run has seen. Values come out of the file with their references decoded. */
+static void ReadState(Watch* watch, const char* file)
+{
+    void *document, *walk, *node;
+    char* name;
+    int error;
+    if (file[0] == '\0' || !ZKQGeneral_IsFileExist(file))
+        return;
+    error = WQXXMLH_Open(file, 0, &document);
+    if (error != 0) {
+        RecordXmlError(error, "read", file);
+        return;
+    }
+    error = WQXXMLH_BeginIterate(document, "/agent", &walk);
+    if (error == 0) {
+        while (WQXXMLH_Iterate(walk, &node) == 0) {
+            WatchedFile* seen = NULL;
+            if (WQXXMLH_Iterate_GetAttribute(node, "name", &name) == 0 && Find(watch, name) == NULL)
+                seen = Add(watch, name);
+            if (seen == NULL)
+                continue;
+            seen->size = Number(node, "size");
+            seen->changed.tv_sec = Number(node, "seconds");
+            seen->changed.tv_nsec = (long)Number(node, "nanoseconds");
+        }
+        WQXXMLH_EndIterate(walk);
+        watch->isKnown = 1;
+    } else {
+        RecordXmlError(error, "understand", file);
+    }
+    WQXXMLH_Close(document);
+}
+
+/* The library writes values as they are: what has a meaning in XML is put into references before. */
+static void Escape(const char* text, char* output, size_t size)
+{
+    size_t used = 0;
+    for (; *text != '\0' && used + 8 < size; ++text) {
+        if (strchr("&<>\"", *text) != NULL || (unsigned char)*text < ' ')
+            used += (size_t)snprintf(output + used, size - used, "&#%d;", (unsigned char)*text);
+        else
+            output[used++] = *text;
+    }
+    output[used] = '\0';
+}
+
+static int SetNumber(void* node, const char* attribute, long long number)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%lld", number);
+    return WQXXMLH_AddElementAttribute(node, "/file", attribute, text);
+}
+
+static int AddFile(void* root, const WatchedFile* file)
+{
+    char name[sizeof file->name * 6 + 8];
+    void* node;
+    int error = WQXXML_AddNodeChildItem(root, "file", "", &node);
+    Escape(file->name, name, sizeof name);
+    if (error == 0)
+        error = WQXXMLH_AddElementAttribute(node, "/file", "name", name);
+    if (error == 0)
+        error = SetNumber(node, "size", file->size);
+    if (error == 0)
+        error = SetNumber(node, "seconds", file->changed.tv_sec);
+    return error != 0 ? error : SetNumber(node, "nanoseconds", file->changed.tv_nsec);
+}
+
+/* The state as a text, or null. */
+static char* StateText(const Watch* watch, const char* file)
+{
+    void *document, *root;
+    char* text = NULL;
+    int error = WQXXMLH_Open2(NULL, 1, &document);
+    if (error != 0)
+        return NULL;
+    error = WQXXMLH_Misc_GetNodeFromPath_AutoAdd(document, "/agent", &root);
+    for (size_t i = 0; error == 0 && i < watch->count; ++i)
+        error = AddFile(root, &watch->files[i]);
+    if (error == 0)
+        error = WQXXMLH_SetDeclaration(document, "1.0", "UTF-8", NULL);
+    if (error != 0)
+        RecordXmlError(error, "describe", file);
+    WQXXMLH_Close2(document, error == 0 ? &text : NULL);
+    return text;
+}
+
+/* Replaces the state as a whole, so that a crash leaves the old one. */
+static void WriteState(Watch* watch, const char* file)
+{
+    char temporary[PATH_SIZE + 4];
+    char* text;
+    if (file[0] == '\0' || !watch->hasChanged || (text = StateText(watch, file)) == NULL)
+        return;
+    snprintf(temporary, sizeof temporary, "%s.new", file);
+    if (!ZKQGeneral_SetFileContent(temporary, (const unsigned char*)text, (int)strlen(text)) ||
+        rename(temporary, file) != 0)
+        ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "cannot write %s", file);
+    else
+        watch->hasChanged = 0;
+    WQXXMLH_FreeString(text);
+}
+
 /* Shows the first bytes of a file that has changed; the context cuts the dump to its `MaxBinaryLength`. */
 static void DumpHead(const char* path, const char* name)
 {
@@ -155,12 +279,13 @@ static void Look(Watch* watch, const char* path, const char* name, int round)
         return;
     const int hasChanged = !isNew && (file->size != status.st_size || file->changed.tv_sec != status.st_mtim.tv_sec ||
                                       file->changed.tv_nsec != status.st_mtim.tv_nsec);
-    if (isNew && round > 1)
+    if (isNew && watch->isKnown)
         ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_INFO, HERE, "new: %s, %lld bytes", name,
                                            (long long)status.st_size);
     if (hasChanged)
         ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_WARN, HERE, "changed: %s, %lld to %lld bytes", name,
                                            file->size, (long long)status.st_size);
+    watch->hasChanged |= isNew || hasChanged;
     file->size = status.st_size;
     file->changed = status.st_mtim;
     file->seen = round;
@@ -178,6 +303,7 @@ static void DropVanished(Watch* watch, int round)
         else
             ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "gone: %s", watch->files[i].name);
     }
+    watch->hasChanged |= kept < watch->count;
     watch->count = kept;
 }
 
@@ -197,6 +323,7 @@ static int WatchOnce(Watch* watch, const Settings* settings, int round)
     }
     closedir(directory);
     DropVanished(watch, round);
+    watch->isKnown = 1;
     ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_DEBUG, HERE, "round %d: %zu files", round, watch->count);
     return 1;
 }
@@ -311,12 +438,15 @@ static void Pause(int milliseconds)
 static int Run(Settings* settings)
 {
     char self[PATH_SIZE + 1] = "";
-    Watch watch = {NULL, 0, 0};
+    Watch watch = {NULL, 0, 0, 0, 0};
     int done = 1;
     ZKQGeneral_GetModuleFileName(NULL, self, PATH_SIZE);
     ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_INFO, HERE, "%s watches %s", self, settings->directory);
+    ReadState(&watch, settings->state);
     for (int round = 1; done && round <= settings->rounds; ++round) {
         done = WatchOnce(&watch, settings, round);
+        if (done)
+            WriteState(&watch, settings->state);
         ShowLog();
         if (done && round < settings->rounds)
             Pause(settings->interval);

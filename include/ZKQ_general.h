@@ -7,6 +7,8 @@
 #ifndef ZKQ_GENERAL_H
 #define ZKQ_GENERAL_H
 
+#include <ZKQ_general/TamorXml.h>
+#include <ZKQ_general/WQXXMLH.h>
 #include <ZKQ_general/base64.h>
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
@@ -18,6 +20,7 @@
 #include <ZKQ_general/mycab.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>
+#include <ZKQ_general/table.h>
 #include <ZKQ_general/types.h>
 #include <ZKQ_general/zlib.h>
 

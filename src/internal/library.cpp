@@ -1,7 +1,11 @@
 // What the library does when it is loaded, and what it holds for the life of the process.
+#include <stdarg.h>
+#include <stdio.h>
+
 #include "error.h"
 #include "log.h"
 #include "text.h"
+#include "xml.h"
 
 LOGCTX* g_General_LogCtx;
 pthread_mutex_t g_General_Mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -14,6 +18,7 @@ __attribute__((constructor)) void InitLibrary()
     APPLOGINFO info = {};
     info.ProjectName = "general";
     info.RecordTime = 1;
+    General_Misc_XMLInit();
     MakeLogContext(info, &g_General_LogCtx);
 }
 
@@ -26,4 +31,16 @@ void General_LibraryLog(int level, const char* text, const char* file, int line)
     char name[64];
     TextBuilder(name).Add(WithoutExtension(BaseName(file)));
     ZKQGeneral_RecordLogInfoEx(g_General_LogCtx, level, name, line, text);
+}
+
+void General_LibraryLogF(int level, LogFormat format, ...)
+{
+    if (g_General_LogCtx == nullptr)
+        return;
+    char text[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format.text, arguments);
+    va_end(arguments);
+    General_LibraryLog(level, text, format.file, format.line);
 }

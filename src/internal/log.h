@@ -129,3 +129,16 @@ extern pthread_mutex_t g_General_Mutex; ///< the library's one lock
 /// Writes a diagnostic of the library's own, with the name of the source file (without extension) and the line of the
 /// caller. The text is in GBK.
 void General_LibraryLog(int level, const char* text, const char* file = __builtin_FILE(), int line = __builtin_LINE());
+
+/// A format of printf's with the place where it stands.
+struct LogFormat {
+    LogFormat(const char* format, const char* sourceFile = __builtin_FILE(), int sourceLine = __builtin_LINE())
+        : text(format), file(sourceFile), line(sourceLine)
+    {}
+    const char* text;
+    const char* file;
+    int line;
+};
+
+/// As General_LibraryLog(), for a text with arguments in it; a long one is cut.
+void General_LibraryLogF(int level, LogFormat format, ...);

@@ -3,6 +3,7 @@
 
 #include <ZKQ_general/types.h>
 #include <stddef.h>
+#include <stdint.h>
 #include <string.h>
 
 #include <algorithm>
@@ -56,6 +57,40 @@ constexpr std::string_view BaseName(std::string_view path)
 constexpr std::string_view WithoutExtension(std::string_view name)
 {
     return name.substr(0, name.rfind('.'));
+}
+
+/// A text that as a rule is short: its first bytes are counted without a call.
+[[gnu::always_inline]] inline std::string_view ShortText(const char* text)
+{
+    constexpr size_t kShort = 16;
+    for (size_t size = 0; size < kShort; ++size)
+        if (text[size] == '\0')
+            return {text, size};
+    return {text, kShort + strlen(text + kShort)};
+}
+
+/// Copies a text, as a rule a short one, without a call for it; returns where it ends.
+[[gnu::always_inline]] inline char* CopyShort(char* to, std::string_view text)
+{
+    const char* const from = text.data();
+    const size_t size = text.size();
+    const auto copyEnds = [&](auto word) { // two words that may overlap
+        memcpy(&word, from, sizeof word);
+        auto last = word;
+        memcpy(&last, from + size - sizeof word, sizeof word);
+        memcpy(to, &word, sizeof word);
+        memcpy(to + size - sizeof word, &last, sizeof word);
+    };
+    if (size > 16)
+        memcpy(to, from, size);
+    else if (size >= 8)
+        copyEnds(uint64_t{});
+    else if (size >= 4)
+        copyEnds(uint32_t{});
+    else
+        for (size_t i = 0; i < size; ++i)
+            to[i] = from[i];
+    return to + size;
 }
 
 /// Copies `Value` into a buffer of `nSize` bytes, cut to fit and terminated, and returns the length copied. With `Flag`

@@ -1,21 +1,26 @@
 #!/usr/bin/env bash
-# The first program that the README shows is the one in examples/, and what it is said to print is what it prints.
+# The first programs that the README and the XML guide show are those in examples/, and what they are said to print is
+# what they print.
 set -euo pipefail
 source=$1 program=$2 build=$3
 work=$(mktemp -d "$build/docs-test.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-# block LANGUAGE: the first such block of the README
+# block LANGUAGE FILE: the first such block of a document
 block() {
-    awk -v fence="\`\`\`$1" '$0 == fence {inside = 1; next} inside && /^```$/ {exit} inside' "$source/README.md"
+    awk -v fence="\`\`\`$1" '$0 == fence {inside = 1; next} inside && /^```$/ {exit} inside' "$source/$2"
 }
-diff <(block c) "$source/examples/first.c"
+diff <(block c README.md) "$source/examples/first.c"
 cd "$work"
 diff <(echo "name is Alpha") <("$program")
 diff <(awk '/leaves a file first.log/ {near = 1; next} near && /^```$/ {if (inside) exit; inside = 1; next} inside' \
     "$source/README.md") first.log
 
+diff <(block c docs/xml.md) "$source/examples/servers.c"
+diff <(echo "alpha listens on 8080") <("$build/examples/servers")
+diff <(block xml docs/xml.md) servers.xml
+
 while read -r link; do
     [ -e "$source/$link" ] || { echo "docs: README or CONTRIBUTING names $link, which is not there"; exit 1; }
 done < <(grep -ohP '\]\(\K[^):#]+(?=\))' "$source"/README.md "$source"/CONTRIBUTING.md)
-echo "docs: the README is true"
+echo "docs: the README and the first program of the XML guide are true"

@@ -15,6 +15,7 @@ cp -L /etc/passwd "$work/files/going"
 "$zkq" ini set "$work/agent.ini" agent ignore ".tmp, .swp"
 "$zkq" ini set "$work/agent.ini" agent head 32
 "$zkq" ini set "$work/agent.ini" agent archive "$work/files.cab"
+"$zkq" ini set "$work/agent.ini" agent state "$work/state.xml"
 "$zkq" log level --dir "$work/log" agent all
 
 # await TEXT: reads what the agent shows until a line holds the text
@@ -62,4 +63,40 @@ fi
 for level in Debug "Info " "Warn " Error; do
     grep -qF "[$level] " "$work/log/agent.log" || { echo "agent: nothing at level $level"; exit 1; }
 done
+
+# Its state is XML that another reader understands, and the next run tells what has happened in between.
+"$zkq" xml get "$work/state.xml" '/agent/file[name=coming]' --attribute size >"$work/size"
+[ "$(cat "$work/size")" = "$(stat -c %s "$work/files/coming")" ] || { echo "agent: a wrong size in its state"; exit 1; }
+odd='odd "<&>'\'' name'
+echo x >"$work/files/$odd"
+rm "$work/files/coming"
+uname -a >>"$work/files/changing"
+"$zkq" ini set "$work/agent.ini" agent rounds 1
+run_again() {
+    rm "$work/log/agent.log"
+    "$agent" "$work/agent.ini"
+}
+run_again >"$work/second"
+for text in "gone: coming" "changed: changing" "new: $odd, 2 bytes" "round 1: 2 files"; do
+    grep -qF "$text" "$work/second" || { echo "agent: the second run never said \"$text\""; exit 1; }
+done
+run_again >"$work/third"
+if grep -E "gone|changed|new:" "$work/third"; then
+    echo "agent: the third run saw what was not there"
+    exit 1
+fi
+if python3 -c 'import xml.etree' 2>/dev/null; then
+    python3 - "$work/state.xml" "$odd" <<'END'
+import sys
+import xml.etree.ElementTree as tree
+names = sorted(f.get("name") for f in tree.parse(sys.argv[1]).getroot())
+sys.exit(names != sorted(["changing", sys.argv[2]]) and "agent: its state names %s" % names)
+END
+else
+    echo "agent: no python3 here, its state is not judged"
+fi
+echo "<broken" >"$work/state.xml"
+run_again >"$work/fourth"
+grep -qF "cannot understand $work/state.xml" "$work/fourth" || { echo "agent: it took a broken state"; exit 1; }
+"$zkq" xml get "$work/state.xml" '/agent/file[name=changing]' --attribute size >"$work/size"
 echo "agent: it saw everything"

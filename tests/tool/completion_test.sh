@@ -24,7 +24,7 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file packet b64 z cab; do
+for group in ini log file packet b64 z cab xml; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
@@ -103,6 +103,14 @@ offers 'my\ file.ini other.txt' cab extract c.cab ''
 offers 'my\ file.ini' cab extract --dir logs c.cab other.txt m
 offers 'other.txt' cab make new.cab my\\ file.ini o
 offers '' cab extract none.cab ''
+# XML files; their paths are not listed.
+offers 'other.txt' xml get o
+offers '' xml get other.txt ''
+offers 'other.txt' xml copy other.txt /r o
+offers '' xml get --attribute ''
+offers 'other.txt' xml fmt -o o
+offers 'other.txt' xml fmt --output other.txt o
+
 offers '' nothing ''
 offers '' nothing at all ''
 

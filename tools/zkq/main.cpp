@@ -28,6 +28,7 @@ void AddCommands(CLI::App& app)
     AddMd5Command(app);
     AddZCommands(app);
     AddCabCommands(app);
+    AddXmlCommands(app);
     UnguardOptions(app);
 }
 
@@ -79,7 +80,7 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs, files and archives, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, logs, files, archives and XML, handled as libZKQ_general handles them.", "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

@@ -48,7 +48,8 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n | --from | --to | --columns | --output | -o | -d) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --from | --to | --columns | --attribute) ((++i)) ;;
+            --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -62,6 +63,12 @@ _zkq_options() {
         'log write') _zkq_offer_words --dir --project --level --force --help ;;
         'log level') _zkq_offer_words --dir --help ;;
         'file copy') _zkq_offer_words --no-clobber --help ;;
+        'xml get') _zkq_offer_words --attribute --raw --help ;;
+        'xml ls') _zkq_offer_words --raw --help ;;
+        'xml fmt') _zkq_offer_words --output --force --help ;;
+        'xml set') _zkq_offer_words --attribute --raw --force --help ;;
+        'xml add') _zkq_offer_words --raw --force --help ;;
+        'xml '*) _zkq_offer_words --force --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
         'packet dump') _zkq_offer_words --oid --help ;;
         conv) _zkq_offer_words --from --to --output --help ;;
@@ -81,6 +88,7 @@ _zkq_positional() {
     case "$1 ${#positionals[@]}" in
         'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
         'b64 '*' 0' | 'md5 '*) _zkq_offer_paths -f ;;
+        'xml '*' 0' | 'xml copy 2') _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -106,7 +114,7 @@ _zkq_command() {
         --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
-        --default | --project | --lines | -n | --columns) ;;
+        --default | --project | --lines | -n | --columns | --attribute) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -120,11 +128,12 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 z cab --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
+                xml) _zkq_offer_words get ls fmt set add del rename copy --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
                 packet) _zkq_offer_words dump --help ;;
                 b64) _zkq_offer_words encode decode --help ;;

@@ -1,0 +1,218 @@
+#include "xml_document.h"
+
+#include <ZKQ_general/TamorXml.h>
+#include <ZKQ_general/WQXXMLH.h>
+#include <ZKQ_general/error.h>
+#include <ZKQ_general/file.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+#include "charset.h"
+#include "failure.h"
+#include "paths.h"
+
+namespace {
+
+constexpr int kBadPath = 20; // also for an element that is not there
+constexpr char kNewHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+
+std::string Content(const std::string& file)
+{
+    RequireRegular(file);
+    RequireLength(file);
+    unsigned char* content = nullptr;
+    int size = 0;
+    if (!ZKQGeneral_GetFileContent(Resolved(file).c_str(), &content, &size))
+        throw LibraryFailure("cannot read " + file);
+    const std::unique_ptr<unsigned char, decltype(&ZKQGeneral_FreeMallocBuffer)> owner(content,
+                                                                                       &ZKQGeneral_FreeMallocBuffer);
+    return {reinterpret_cast<char*>(content), static_cast<size_t>(size)};
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { Close(); }
+    int Number() const { return number_; }
+    bool Close() { return number_ < 0 || close(std::exchange(number_, -1)) == 0; }
+
+private:
+    int number_;
+};
+
+/// A new file beside another, which it replaces when it is complete.
+class Replacement {
+public:
+    explicit Replacement(const std::string& file) : file_(file), name_(file + ".XXXXXX"), fd_(mkstemp(name_.data()))
+    {
+        if (fd_.Number() < 0)
+            throw SystemFailure("cannot write " + file_, errno);
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+    ~Replacement()
+    {
+        if (!name_.empty())
+            unlink(name_.c_str());
+    }
+
+    void Complete(std::string_view text)
+    {
+        while (!text.empty()) {
+            const ssize_t written = write(fd_.Number(), text.data(), text.size());
+            if (written < 0)
+                throw SystemFailure("cannot write " + file_, errno);
+            text.remove_prefix(static_cast<size_t>(written));
+        }
+        if (!TakeMode() || fsync(fd_.Number()) != 0 || !fd_.Close() || rename(name_.c_str(), file_.c_str()) != 0)
+            throw SystemFailure("cannot write " + file_, errno);
+        name_.clear();
+    }
+
+private:
+    /// The mode of the old file, and its owner where that is possible.
+    bool TakeMode() const
+    {
+        struct stat status;
+        if (stat(file_.c_str(), &status) != 0) {
+            const mode_t mask = umask(0);
+            umask(mask);
+            return fchmod(fd_.Number(), 0666 & ~mask) == 0;
+        }
+        if (fchown(fd_.Number(), status.st_uid, status.st_gid) != 0 && errno != EPERM)
+            return false;
+        return fchmod(fd_.Number(), status.st_mode & 07777) == 0;
+    }
+
+    std::string file_;
+    std::string name_;
+    Descriptor fd_;
+};
+
+/// The name that a path begins with.
+std::string FirstName(const std::string& path)
+{
+    const size_t start = std::min(path.find_first_not_of('/'), path.size());
+    return path.substr(start, path.find_first_of("/[", start) - start);
+}
+
+} // namespace
+
+XmlDocument::XmlDocument(const std::string& file, Missing missing) : file_(file)
+{
+    std::error_code ignored;
+    if (missing == Missing::kFails || std::filesystem::exists(file, ignored))
+        text_ = ReadXmlText(file, Content(file));
+    else
+        text_.head = kNewHead;
+    Load();
+}
+
+XmlDocument::~XmlDocument()
+{
+    WQXXMLH_Close(handle_);
+}
+
+void XmlDocument::Load()
+{
+    void* handle = nullptr;
+    if (const int error = WQXXMLH_Open2(text_.root.c_str(), 1, &handle))
+        throw Failure("cannot read " + file_, ToTerminal(WQXXMLH_GetErrorInfo(error, nullptr)));
+    if (handle_ != nullptr)
+        WQXXMLH_Close(handle_);
+    handle_ = handle;
+}
+
+Failure XmlDocument::Refused(const std::string& what, const std::string& path, int error) const
+{
+    std::string why = ToTerminal(WQXXMLH_GetErrorInfo(error, nullptr));
+    if (error == kBadPath)
+        why = "No such element, or this is no path";
+    else if (error == ENOENT)
+        why = RootName().empty() ? "The file holds no element" : "No such element with these attributes";
+    return {"cannot " + what + " " + path + " in " + file_, why};
+}
+
+void* XmlDocument::Find(const std::string& path) const
+{
+    void* node = nullptr;
+    if (const int error = WQXXMLH_GetNodeFromPath(handle_, path.c_str(), &node))
+        throw Refused("find", path, error);
+    return node;
+}
+
+void* XmlDocument::FindOrAdd(const std::string& path)
+{
+    void* node = nullptr;
+    if (const int error = WQXXMLH_Misc_GetNodeFromPath_AutoAdd(handle_, path.c_str(), &node))
+        throw Refused("add", path, error);
+    if (text_.root_name.empty())
+        text_.root_name = FirstName(path);
+    return node;
+}
+
+void XmlDocument::Rename(const std::string& path, const std::string& name)
+{
+    const bool is_root = Find(path) == Root();
+    if (const int error = WQXXMLH_ChangeElementName(handle_, path.c_str(), name.c_str()))
+        throw Refused("rename", path, error);
+    if (is_root)
+        text_.root_name = name;
+}
+
+void* XmlDocument::Root() const
+{
+    return Find("/" + text_.root_name);
+}
+
+std::string XmlDocument::Text() const
+{
+    if (text_.root_name.empty())
+        return text_.head;
+    // The writer of files keeps comments.
+    const Descriptor memory(memfd_create("xml", MFD_CLOEXEC));
+    const std::string name = "/proc/self/fd/" + std::to_string(memory.Number());
+    if (const int error = WQXXML_OutputFile(Root(), nullptr, nullptr, nullptr, name.c_str()))
+        throw Failure("cannot write " + file_, ToTerminal(WQXXMLH_GetErrorInfo(error, nullptr)));
+    std::ifstream stream(name, std::ios::binary);
+    const std::string root = WithoutMarks({std::istreambuf_iterator<char>(stream), {}});
+    const std::string tail = text_.tail.starts_with('\n') ? text_.tail.substr(1) : text_.tail;
+    std::string text = text_.head + root + tail;
+    ReadXmlText("cannot write " + file_ + ": it would be no XML any more", text);
+    return text;
+}
+
+void XmlDocument::Refresh()
+{
+    const std::string text = Text();
+    const std::vector<std::string> losses = text_.losses;
+    text_ = ReadXmlText(file_, text);
+    text_.losses = losses; // of the file
+    Load();
+}
+
+void XmlDocument::RequireKept(bool force) const
+{
+    if (force || text_.losses.empty())
+        return;
+    const size_t more = text_.losses.size() - 1;
+    throw Failure("cannot change " + file_ + " without harm (see --force)",
+                  text_.losses[0] + (more == 0 ? "" : "; and " + std::to_string(more) + " more"));
+}
+
+void XmlDocument::Write(const std::string& file) const
+{
+    const std::string text = Text();
+    Replacement(Resolved(file)).Complete(text);
+}
