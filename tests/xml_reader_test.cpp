@@ -283,7 +283,8 @@ TEST(XmlReferences, InEachMode)
         EXPECT_EQ(Decoded(text, "<?xml?>"), "[" + row.utf8 + "]") << row.text;
         EXPECT_EQ(Decoded(text, "<?xml encoding='GBK'?>"), "[" + row.other + "]") << row.text;
     }
-    for (const char* const bad : {"&#12a;", "&#a;", "&#X41;", "&#xG;", "&#x4 1;", "&# 65;", "&#-1;", "&#x-1;", "&#x&#65;"}) {
+    for (const char* const bad :
+         {"&#12a;", "&#a;", "&#X41;", "&#xG;", "&#x4 1;", "&# 65;", "&#-1;", "&#x-1;", "&#x&#65;"}) {
         EXPECT_EQ(Decoded(std::string("x") + bad), "x") << bad;
         EXPECT_EQ(Read("<a b='x" + std::string(bad) + "'/>"), "a()") << bad;
     }
@@ -316,8 +317,8 @@ TEST(XmlEncoding, WhatADeclarationSays)
     EXPECT_EQ(root("<?xml?><?xml encoding='GBK'?>"), utf8);
     EXPECT_EQ(root(kBom + "<?xml encoding='GBK'?>"), utf8) << "the mark has told already";
     EXPECT_EQ(root("<!----><?xml?>"), utf8);
-    EXPECT_EQ(Read("<r><?xml encoding='UTF-8'?><a b='&#x20AC;'/></r>"),
-              "r(?xml[encoding=\"UTF-8\"] a[b=\"\xAC\"](''))") << "not inside an element";
+    EXPECT_EQ(Read("<r><?xml encoding='UTF-8'?><a b='&#x20AC;'/></r>"), "r(?xml[encoding=\"UTF-8\"] a[b=\"\xAC\"](''))")
+        << "not inside an element";
 }
 
 TEST(XmlEncoding, MarksAreWhiteSpaceInUtf8)
@@ -325,7 +326,8 @@ TEST(XmlEncoding, MarksAreWhiteSpaceInUtf8)
     const std::string fffe = "\xEF\xBF\xBE";
     const std::string ffff = "\xEF\xBF\xBF";
     EXPECT_EQ(Read(kBom + kBom + " " + fffe + ffff + "<a" + kBom + "b" + ffff + "='1'/>"),
-              "a" + kBom + "b" + ffff + "()") << "in names they are letters";
+              "a" + kBom + "b" + ffff + "()")
+        << "in names they are letters";
     EXPECT_EQ(Read(kBom + "<a " + kBom + "b " + ffff + "= " + fffe + "'1' " + kBom + "/>"), R"(a[b="1"](''))");
     EXPECT_EQ(Read(kBom + "<a>" + kBom + "x" + kBom + "</a>"), "a('x" + kBom + "')");
     EXPECT_EQ(Read(kBom + "<a>" + kBom + "x " + kBom + "</a>", 0), "a('x " + kBom + "')");
@@ -362,11 +364,59 @@ TEST(XmlEncoding, ALeadByteTakesItsWholeCharacter)
 /// Texts made of the pieces that mean something to the reader, at random.
 std::string RandomText(std::mt19937& random)
 {
-    static const std::vector<std::string> pieces = {
-        "<a>", "</a>", "<b", "<b/>", "</b>", "<", ">", "/", "/>", "=", "'", "\"", " ", "\n", "x", "a", "b", "A", "1",
-        " c='1'", " C=2", "<!--", "-->", "<!---->", "<![CDATA[", "]]>", "]", "-", "<?xml", "?>", " encoding='gbk'",
-        " encoding='utf8'", "version=", "&", "&amp;", "&lt;", "&#65;", "&#x20AC;", "&#", "&#x", ";", "#", "\xEF\xBB\xBF",
-        "\xEF\xBF\xBE", "\xC3\xA4", "\xE4", "\xF0", "\x7F", "<!", "<_", "standalone", "&#0;", "<a b='1'>"};
+    static const std::vector<std::string> pieces = {"<a>",
+                                                    "</a>",
+                                                    "<b",
+                                                    "<b/>",
+                                                    "</b>",
+                                                    "<",
+                                                    ">",
+                                                    "/",
+                                                    "/>",
+                                                    "=",
+                                                    "'",
+                                                    "\"",
+                                                    " ",
+                                                    "\n",
+                                                    "x",
+                                                    "a",
+                                                    "b",
+                                                    "A",
+                                                    "1",
+                                                    " c='1'",
+                                                    " C=2",
+                                                    "<!--",
+                                                    "-->",
+                                                    "<!---->",
+                                                    "<![CDATA[",
+                                                    "]]>",
+                                                    "]",
+                                                    "-",
+                                                    "<?xml",
+                                                    "?>",
+                                                    " encoding='gbk'",
+                                                    " encoding='utf8'",
+                                                    "version=",
+                                                    "&",
+                                                    "&amp;",
+                                                    "&lt;",
+                                                    "&#65;",
+                                                    "&#x20AC;",
+                                                    "&#",
+                                                    "&#x",
+                                                    ";",
+                                                    "#",
+                                                    "\xEF\xBB\xBF",
+                                                    "\xEF\xBF\xBE",
+                                                    "\xC3\xA4",
+                                                    "\xE4",
+                                                    "\xF0",
+                                                    "\x7F",
+                                                    "<!",
+                                                    "<_",
+                                                    "standalone",
+                                                    "&#0;",
+                                                    "<a b='1'>"};
     std::string text;
     if (random() % 4 == 0)
         text += "\xEF\xBB\xBF";
