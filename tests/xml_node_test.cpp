@@ -442,8 +442,7 @@ TEST(XmlFind, InTheOrderOfTheText)
     EXPECT_EQ(WQXXML_AddAttribute(document.xml, "x", "found", "1"), 0);
     EXPECT_EQ(WQXXML_AddAttribute(document.xml, nullptr, "root", "1"), 0);
     EXPECT_EQ(WQXXML_AddAttribute(document.Root()->child->next, "x", "here", "1"), 0) << "a chain from there on";
-    EXPECT_EQ(document.Text(),
-              R"(r[root="1"](a(X[i="1" found="1"]('')) x[i="2" here="1"]('') <!x>))");
+    EXPECT_EQ(document.Text(), R"(r[root="1"](a(X[i="1" found="1"]('')) x[i="2" here="1"]('') <!x>))");
     EXPECT_EQ(WQXXML_AddAttribute(document.Root()->child->next, "a", "n", "1"), ENOENT) << "nothing before it";
 }
 

@@ -29,8 +29,9 @@ using Chain = std::vector<std::unique_ptr<Node>>;
 
 inline bool SameName(const std::string& a, const std::string& b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return (x >= 'A' && x <= 'Z' ? x + 32 : x) == (y >= 'A' && y <= 'Z' ? y + 32 : y); });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+        return (x >= 'A' && x <= 'Z' ? x + 32 : x) == (y >= 'A' && y <= 'Z' ? y + 32 : y);
+    });
 }
 
 /// Takes the next choice: a number below `end`.
@@ -242,8 +243,7 @@ private:
         std::optional<std::string> text = PickText();
         const bool isTopLevel = chain_.empty() || parentName.empty();
         void* real = nullptr;
-        const int result =
-            WQXXML_AddChildItemAndGetNode(&xml_, parentName.c_str(), name.c_str(), text->c_str(), &real);
+        const int result = WQXXML_AddChildItemAndGetNode(&xml_, parentName.c_str(), name.c_str(), text->c_str(), &real);
         if (isTopLevel) {
             const bool hasRoot =
                 std::any_of(chain_.begin(), chain_.end(), [](const auto& node) { return node->type == kElement; });
@@ -411,9 +411,9 @@ private:
                    count == static_cast<int>(expected.size()),
                "number of a name");
         Walk(expected, [&](int index) {
-            void* found = &index;
+            void* found = xml_;
             const int result = WQXXML_GetSpecifiedChildNode(node->real, &index, name.c_str(), &found);
-            return result == 0 ? found : &index;
+            return result == 0 ? found : xml_;
         });
     }
 
