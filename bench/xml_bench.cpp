@@ -221,7 +221,8 @@ void Read(benchmark::State& state, const std::string& text)
 
 void Attributes(benchmark::State& state)
 {
-    Read(state, "<r>" + Repeated(Count(state) / 10, "<e a='1' b='2' c='3' d='4' e='5' f='6' g='7' h='8' i='9' j='0'/>") +
+    Read(state, "<r>" +
+                    Repeated(Count(state) / 10, "<e a='1' b='2' c='3' d='4' e='5' f='6' g='7' h='8' i='9' j='0'/>") +
                     "</r>");
 }
 

@@ -23,8 +23,7 @@ void TouchTexts(const XmlNode* node)
     for (; node != nullptr; node = node->next) {
         REQUIRE(node->type > support::kDocument && node->type <= support::kDeclaration);
         REQUIRE(node->value == nullptr || strlen(node->value) < SIZE_MAX);
-        REQUIRE((node->value == nullptr) ==
-                    (node->type == support::kUnknown || node->type == support::kDeclaration) ||
+        REQUIRE((node->value == nullptr) == (node->type == support::kUnknown || node->type == support::kDeclaration) ||
                 node->type == support::kElement);
         for (const support::XmlAttribute* a = node->attributes; a != nullptr; a = a->next)
             REQUIRE(strlen(a->name) > 0 && strlen(a->value) < SIZE_MAX);
@@ -115,7 +114,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size == 0)
         return 0;
-    const std::string text(reinterpret_cast<const char*>(data) + 1, strnlen(reinterpret_cast<const char*>(data) + 1, size - 1));
+    const std::string text(reinterpret_cast<const char*>(data) + 1,
+                           strnlen(reinterpret_cast<const char*>(data) + 1, size - 1));
     const Exact<char> exact(text.size() + 1);
     memcpy(exact.Get(), text.c_str(), text.size() + 1);
     for (const bool plain : {true, false}) {
