@@ -243,6 +243,28 @@ TEST_F(TableLayout, RandomOperationsKeepItWhole)
     }
 }
 
+TEST_F(TableLayout, BeyondItsBuckets)
+{
+    Make(8192);
+    std::mt19937 random(9);
+    for (int i = 0; i < 60000; ++i) {
+        const std::string key = std::to_string(random() % 30000);
+        if (random() % 4 != 0)
+            Add(key);
+        else
+            Delete(key);
+    }
+    EXPECT_GT(table_->uiCount, 16384U);
+    Check();
+    for (const std::string& key : List()) {
+        ASSERT_EQ(General_Table_String_GetNode(table_, key.c_str(), nullptr, nullptr), 0);
+        ASSERT_EQ(Delete(key), 0);
+        ASSERT_EQ(General_Table_String_GetNode(table_, key.c_str(), nullptr, nullptr), ENOENT);
+    }
+    EXPECT_EQ(table_->uiCount, 0U);
+    Check();
+}
+
 TEST_F(TableLayout, ADamagedRecordIsRefused)
 {
     Make(4);
