@@ -92,16 +92,10 @@ HashedKey Hash(std::string_view text)
     return {text, Table_CalculateCRC32(text.data(), text.size())};
 }
 
-/// The key lies behind the entry; not going through pKey saves a wait for memory.
-bool HasKey(const TABLE_NODE* node, std::string_view key)
+/// The key lies behind the entry. Looking there, and at nothing else of the entry, waits for memory once.
+bool HasKey(const TABLE_NODE* node, const HashedKey& key)
 {
-    return memcmp(node + 1, key.data(), key.size() + 1) == 0;
-}
-
-bool Matches(const TABLE_NODE* node, const HashedKey& key)
-{
-    return node->hash == key.hash && static_cast<size_t>(node->iKeyLen) == key.text.size() + 1 &&
-           HasKey(node, key.text);
+    return strcmp(reinterpret_cast<const char*>(node + 1), key.text.data()) == 0;
 }
 
 /// The place in the index where an entry is, or the empty one where the search for it ends.
@@ -152,9 +146,9 @@ void Table_RefreshIndex(TABLE* table)
 TABLE_NODE* Find(const TABLE* table, const HashedKey& key)
 {
     if (table->index != nullptr)
-        return table->index[PlaceOf(table, key.hash, [&](const TABLE_NODE* node) { return Matches(node, key); })].node;
+        return table->index[PlaceOf(table, key.hash, [&](const TABLE_NODE* node) { return HasKey(node, key); })].node;
     TABLE_NODE* node = table->ppList[key.hash % table->uiHashRange];
-    while (node != nullptr && !Matches(node, key))
+    while (node != nullptr && !(node->hash == key.hash && HasKey(node, key)))
         node = node->pNext;
     return node;
 }
@@ -310,6 +304,12 @@ uint32_t Table_CalculateCRC32(const void* bytes, size_t length)
         crc ^= uint32_t{next[0]} | uint32_t{next[1]} << 8 | uint32_t{next[2]} << 16 | uint32_t{next[3]} << 24;
         crc = kCrc[7][crc & 0xFF] ^ kCrc[6][crc >> 8 & 0xFF] ^ kCrc[5][crc >> 16 & 0xFF] ^ kCrc[4][crc >> 24] ^
               kCrc[3][next[4]] ^ kCrc[2][next[5]] ^ kCrc[1][next[6]] ^ kCrc[0][next[7]];
+    }
+    if (length >= kSlices / 2) {
+        crc ^= uint32_t{next[0]} | uint32_t{next[1]} << 8 | uint32_t{next[2]} << 16 | uint32_t{next[3]} << 24;
+        crc = kCrc[3][crc & 0xFF] ^ kCrc[2][crc >> 8 & 0xFF] ^ kCrc[1][crc >> 16 & 0xFF] ^ kCrc[0][crc >> 24];
+        length -= kSlices / 2;
+        next += kSlices / 2;
     }
     for (; length > 0; --length, ++next)
         crc = (crc >> 8) ^ kCrc[0][(crc ^ *next) & 0xFF];
