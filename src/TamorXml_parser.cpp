@@ -492,11 +492,13 @@ bool Parser::ReadBare(char** value)
 inline bool Parser::Parse_Attributes(XMLNODE* node)
 {
     const std::string_view name = ReadName();
-    SkipWhiteSpace();
+    if (*next_ != '=')
+        SkipWhiteSpace();
     if (name.empty() || *next_ != '=')
         return false;
     ++next_;
-    SkipWhiteSpace();
+    if (*next_ != '"')
+        SkipWhiteSpace();
     if (next_ == end_)
         return false;
     char* value;
