@@ -281,14 +281,17 @@ TEST(TableThreads, TablesOfTheirOwn)
 
 TEST(TableMemory, NothingLeaks)
 {
-    support::ExpectNothingLeaks([] {
+    const auto useOne = [] {
         const Table table(1, 1);
         char bytes[100] = {};
         for (int i = 0; i < 20; ++i)
             EXPECT_EQ(table.Add(std::to_string(i), bytes, sizeof bytes), 0);
         EXPECT_EQ(table.Add("1", bytes, 5), EEXIST);
         EXPECT_EQ(table.Delete("1"), 0);
-    });
+    };
+    for (int i = 0; i < 20; ++i) // the C library keeps some blocks of each size
+        useOne();
+    support::ExpectNothingLeaks(useOne);
 }
 
 } // namespace
