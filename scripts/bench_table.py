@@ -23,6 +23,8 @@ TEXTS = {16: "16 B", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB"}
 DIRECTIONS = ("gbk-ucs2", "ucs2-gbk", "gbk-utf8", "utf8-gbk")
 GROWING = (100_000, 1_000_000, 10_000_000)
 MEMBERS = (1_000, 10_000, 100_000)
+TABLE_SIZES = (1_000, 100_000, 1_000_000)
+XML_SIZES = (1_000, 10_000, 100_000, 1_000_000)
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -111,6 +113,16 @@ def rows():
         for what, peer in (("make", "zip"), ("extract", "unzip")):
             yield (f"cabinet, {what} {title}", f"mycab/{what}/ours/{count}", peer, [(1, f"mycab/{what}/{peer}/{count}")],
                    NO_SLOWER)
+    for name, title in (("mime", "freedesktop.org.xml"), ("iso", "iso_639-3.xml"), ("generated", "50 MB")):
+        for peer, bar in (("pugixml", 1.0), ("libxml2", 0.2)):
+            yield (f"XML, load and release {title}", f"xml/load/ours/{name}", peer, [(1, f"xml/load/{peer}/{name}")],
+                   bar)
+        yield (f"XML, write {title}", f"xml/write/ours/{name}", "pugixml", [(1, f"xml/write/pugixml/{name}")], 1.0)
+    for what in ("insert", "find"):
+        for count in TABLE_SIZES:
+            for peer, name in (("GHashTable", "GHashTable"), ("unordered_map", "std::unordered_map")):
+                yield (f"table, {what} {count} keys", f"table/{what}/ours/{count}", name,
+                       [(1, f"table/{what}/{peer}/{count}")], 1.0 if count <= 100_000 else None)
 
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).
@@ -129,6 +141,15 @@ GROWTH = (
     ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
     ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),
     ("extract a cabinet", "mycab/extract/ours", "unzip", "mycab/extract/unzip", MEMBERS),
+    ("XML, append children", "xml/grow/append", None, None, XML_SIZES),
+    ("XML, attributes over elements", "xml/grow/attributes", None, None, XML_SIZES),
+    ("XML, attributes of one element", "xml/grow/attributes_of_one", None, None, XML_SIZES),
+    ("XML, bytes of a CDATA section", "xml/grow/section", None, None, XML_SIZES),
+    ("XML, pieces of text", "xml/grow/pieces", None, None, XML_SIZES),
+    ("XML, levels", "xml/grow/levels", None, None, XML_SIZES),
+    ("XML, delete one by one", "xml/grow/delete", None, None, XML_SIZES),
+    ("XML, write nodes", "xml/grow/write", None, None, XML_SIZES),
+    ("XML, walk by growing index", "xml/grow/walk", None, None, XML_SIZES),
 )
 
 
@@ -197,7 +218,7 @@ def print_ratios(times):
 
 def print_growth(times):
     measured = [row for row in GROWTH
-                if all(f"{name}/{size}" in times for name in (row[1], row[3]) for size in row[4])]
+                if all(f"{name}/{size}" in times for name in (row[1], row[3]) if name for size in row[4])]
     if not measured:
         return
     print()
@@ -205,8 +226,8 @@ def print_growth(times):
     line("---", "---:", "---", "---:", "---:", "---")
     for what, ours, peer, peer_name, sizes in measured:
         slope = exponent(times, ours, sizes)
-        line(what, f"{slope:.2f}", peer, f"{exponent(times, peer_name, sizes):.2f}", f"{LINEAR}",
-             verdict(slope, LINEAR))
+        peer_slope = f"{exponent(times, peer_name, sizes):.2f}" if peer_name else ""
+        line(what, f"{slope:.2f}", peer or "", peer_slope, f"{LINEAR}", verdict(slope, LINEAR))
 
 
 def main():

@@ -162,12 +162,16 @@ void ReleaseChain(XMLNODE* node)
     }
 }
 
-/// A node lies in a document. Of one that lies very deep or far behind this is taken on trust: deleting costs a constant.
+/// A node lies in a document, below elements only. Of one that lies very deep or far behind this is taken on trust:
+/// deleting costs a constant.
 bool IsIn(const XMLNODE* document, const XMLNODE* node)
 {
     int looked = 0;
-    while (node->parent != nullptr && ++looked < kMaxSearch)
+    while (node->parent != nullptr && ++looked < kMaxSearch) {
         node = node->parent;
+        if (!IsElement(node))
+            return false;
+    }
     while (node->previous->Next != nullptr && ++looked < kMaxSearch)
         node = node->previous;
     return node == document || looked >= kMaxSearch;
@@ -245,7 +249,7 @@ XMLNODE* CopyOne(const XMLNODE* source)
     return copy;
 }
 
-/// Copies the elements below one node to below another; 0 or ENOMEM.
+/// Copies the elements below one node to below another; 0, EINVAL at an element without a name, or ENOMEM.
 int CopyBelow(const XMLNODE* source, XMLNODE* copy)
 {
     const XMLNODE* const top = source;
@@ -258,6 +262,8 @@ int CopyBelow(const XMLNODE* source, XMLNODE* copy)
         }
         if (next == nullptr)
             return 0;
+        if (IsEmpty(next->Value))
+            return EINVAL;
         XMLNODE* const below = CopyOne(next);
         if (below == nullptr)
             return ENOMEM;
@@ -388,11 +394,9 @@ int WQXXML_Misc_CopyNode(void* SrcNode, void* DstNode)
 {
     if (SrcNode == nullptr)
         return 0;
-    if (DstNode == nullptr)
-        return EINVAL;
     if (!IsElement(AsNode(SrcNode)))
         return kNotAnElement;
-    if (!IsElement(AsNode(DstNode)))
+    if (DstNode == nullptr || !IsElement(AsNode(DstNode)) || IsEmpty(AsNode(SrcNode)->Value))
         return EINVAL;
     XMLNODE* const copy = CopyOne(AsNode(SrcNode));
     if (copy == nullptr)
@@ -599,7 +603,9 @@ int WQXXML_GetSpecifiedChildNode(void* xml, int* index, const char* NodeName, vo
     if (xml == nullptr || index == nullptr || NodeName == nullptr)
         return EINVAL;
     XMLNODE* const parent = AsNode(xml);
-    const auto matches = [name = std::string_view(NodeName)](const XMLNODE* node) { return node->Value == name; };
+    const auto matches = [name = std::string_view(NodeName)](const XMLNODE* node) {
+        return node->Value != nullptr && node->Value == name;
+    };
     if (Node == nullptr) {
         *index = 0;
         for (XMLNODE* node = NextElement(parent->Child, matches); node != nullptr;
@@ -695,10 +701,10 @@ int WQXXML_DelNode(void** xml, void* Node)
         return EINVAL;
     XMLNODE* const node = AsNode(Node);
     XMLNODE* document = AsNode(*xml);
-    const bool isElementBelow = node->parent == nullptr || IsElement(node->parent);
-    if (node != document && (!IsElement(node) || !isElementBelow || !IsIn(document, node)))
+    if (node != document && (!IsElement(node) || !IsIn(document, node)))
         return EINVAL;
+    if (node == document)
+        *xml = node->Next;
     UnlinkAndRelease(node->parent == nullptr ? &document : &node->parent->Child, node);
-    *xml = document;
     return 0;
 }

@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -18,12 +19,15 @@ using namespace std::string_view_literals;
 
 constexpr size_t kStep = 8192;
 constexpr size_t kMaxText = INT_MAX;
+constexpr size_t kTooDeep = 32768; // the blanks around an element on that level alone are more than kMaxText
+static_assert(2 * kTooDeep * kTooDeep > kMaxText);
 constexpr std::string_view kBlanks = "                                                                ";
 
 /// The text of the string writers, in steps of 8192 bytes at least.
 class BIOBUFFER {
 public:
     static constexpr bool kWithComments = false;
+    static constexpr size_t kMaxLevel = kTooDeep - 1;
 
     template <class... Texts>
     bool Put(const Texts&... texts)
@@ -69,6 +73,7 @@ private:
 class FileWriter {
 public:
     static constexpr bool kWithComments = true;
+    static constexpr size_t kMaxLevel = SIZE_MAX;
 
     /// 0 or an errno value.
     int Open(const char* name)
@@ -132,7 +137,7 @@ bool PutIndent(size_t level, Sink* sink)
 template <class Sink>
 bool PutStartTag(const XMLNODE* node, bool isOneLevel, size_t level, Sink* sink)
 {
-    if (!PutIndent(level, sink) || !sink->Put("<"sv, TextOf(node->Value)))
+    if (level > Sink::kMaxLevel || !PutIndent(level, sink) || !sink->Put("<"sv, TextOf(node->Value)))
         return false;
     for (const EXTENSION* attribute = node->Extension; attribute != nullptr; attribute = attribute->Next)
         if (!sink->Put(" "sv, ShortText(attribute->Name), "=\""sv, ShortText(attribute->Value), "\""sv))

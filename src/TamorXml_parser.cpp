@@ -73,6 +73,12 @@ constexpr bool Is(char c, int classes)
     return (kClasses[static_cast<unsigned char>(c)] & classes) != 0;
 }
 
+constexpr bool IsDigit(char c, unsigned base)
+{
+    const char lower = ToLowerAscii(c);
+    return (c >= '0' && c <= '9') || (base == 16 && lower >= 'a' && lower <= 'f');
+}
+
 struct ENTITY {
     const char* str;
     unsigned int strLength;
@@ -253,7 +259,7 @@ private:
     void Link(XMLNODE* parent, XMLNODE* node);
     std::string_view ReadName();
     bool GetEntity(char** to);
-    bool GetNumber(char* digits, unsigned base, char** to);
+    bool GetNumber(const char* mark, unsigned base, char** to);
     char* PutCodePoint(uint64_t value, char* to) const;
     bool GetChar(char** to);
     bool ReadQuoted(char quote, char** value);
@@ -294,12 +300,12 @@ bool Parser::SkipMark()
 
 inline void Parser::SkipWhiteSpace()
 {
-    char* p = next_; // kept in a register, which a member that chars are read through would not be
-    while (Is(*p, kSpace))
-        ++p;
-    next_ = p;
-    if (*p == '\xEF' && encoding_ == kUtf8 && SkipMark())
-        SkipWhiteSpace();
+    do {
+        char* p = next_; // kept in a register, which a member that chars are read through would not be
+        while (Is(*p, kSpace))
+            ++p;
+        next_ = p;
+    } while (*next_ == '\xEF' && encoding_ == kUtf8 && SkipMark());
 }
 
 /// The type of the node at a "<".
@@ -369,20 +375,23 @@ char* Parser::PutCodePoint(uint64_t value, char* to) const
     return to + length;
 }
 
-/// Reads a character reference whose digits begin at `digits` and go up to the next ";".
-bool Parser::GetNumber(char* digits, unsigned base, char** to)
+/// Reads the number of a character reference: the digits before the next ";", back to a byte as the one at `mark`, which
+/// need not be that one.
+bool Parser::GetNumber(const char* mark, unsigned base, char** to)
 {
-    char* const semicolon = Find(digits, ';');
+    char* const semicolon = Find(next_, ';');
     if (semicolon == end_)
+        return false;
+    const char* digit = semicolon;
+    while (IsDigit(digit[-1], base))
+        --digit;
+    if (digit[-1] != *mark)
         return false;
     uint64_t value = 0; // its low bits stay right when it overflows
     bool isLarge = false;
-    for (const char* digit = digits; digit != semicolon; ++digit) {
+    for (; digit != semicolon; ++digit) {
         const char lower = ToLowerAscii(*digit);
-        const bool isLetter = base == 16 && lower >= 'a' && lower <= 'f';
-        if (!isLetter && (lower < '0' || lower > '9'))
-            return false;
-        value = value * base + static_cast<unsigned>(isLetter ? lower - 'a' + 10 : lower - '0');
+        value = value * base + static_cast<unsigned>(lower >= 'a' ? lower - 'a' + 10 : lower - '0');
         isLarge |= value > kLargestCodePoint;
     }
     next_ = semicolon + 1;
@@ -394,8 +403,8 @@ bool Parser::GetNumber(char* digits, unsigned base, char** to)
 /// Reads what begins with "&".
 bool Parser::GetEntity(char** to)
 {
-    if (next_[1] == '#' && next_[2] != '\0')
-        return next_[2] == 'x' && next_[3] != '\0' ? GetNumber(next_ + 3, 16, to) : GetNumber(next_ + 2, 10, to);
+    if (next_[1] == '#')
+        return next_[2] == 'x' && next_[3] != '\0' ? GetNumber(next_ + 2, 16, to) : GetNumber(next_ + 1, 10, to);
     for (const ENTITY& entity : kEntities) {
         if (StartsWith({entity.str, entity.strLength})) {
             next_ += entity.strLength;
@@ -418,7 +427,7 @@ bool Parser::GetChar(char** to)
     return true;
 }
 
-/// Reads an attribute value up to its closing quote, or to the end.
+/// Reads an attribute value up to its closing quote.
 inline bool Parser::ReadQuoted(char quote, char** value)
 {
     char* const begin = next_;
@@ -433,7 +442,7 @@ inline bool Parser::ReadQuoted(char quote, char** value)
     return ReadQuotedRest(quote);
 }
 
-/// Goes on with a value from the first byte that is not just one of it.
+/// Goes on with a value from the first byte that is not just one of it; one that never closes is none.
 bool Parser::ReadQuotedRest(char quote)
 {
     while (next_ < end_ && *next_ != quote && *next_ != '&') {
@@ -444,8 +453,9 @@ bool Parser::ReadQuotedRest(char quote)
     while (next_ < end_ && *next_ != quote)
         if (!GetChar(&to))
             return false;
-    if (next_ < end_)
-        ++next_;
+    if (next_ == end_)
+        return false;
+    ++next_;
     *to = '\0';
     return true;
 }
@@ -482,11 +492,15 @@ bool Parser::ReadBare(char** value)
 inline bool Parser::Parse_Attributes(XMLNODE* node)
 {
     const std::string_view name = ReadName();
-    SkipWhiteSpace();
+    if (*next_ != '=')
+        SkipWhiteSpace();
     if (name.empty() || *next_ != '=')
         return false;
     ++next_;
-    SkipWhiteSpace();
+    if (*next_ != '"')
+        SkipWhiteSpace();
+    if (next_ == end_)
+        return false;
     char* value;
     const char quote = *next_;
     if (quote == '"' || quote == '\'') {
@@ -579,10 +593,11 @@ bool Parser::ParseLeaf(XMLNODE* parent, int type)
 
 inline Parser::TagEnd Parser::Parse_StartTag(XMLNODE* parent, XMLNODE** node)
 {
-    char* const name = ++next_;
-    ReadName();
-    *node = NewNode(parent, ELEMENT, name);
-    if (*node == nullptr)
+    ++next_;
+    SkipWhiteSpace(); // a mark counts as a letter when it follows "<", and as white space now
+    const std::string_view name = ReadName();
+    *node = NewNode(parent, ELEMENT, const_cast<char*>(name.data()));
+    if (*node == nullptr || name.empty())
         return kFailed;
     attributes_.Clear();
     for (;;) {

@@ -5,9 +5,12 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "../internal/guards.h"
 #include "../internal/log.h"
@@ -89,15 +92,63 @@ HashedKey Hash(std::string_view text)
     return {text, Table_CalculateCRC32(text.data(), text.size())};
 }
 
-bool Matches(const TABLE_NODE* node, const HashedKey& key)
+/// The key lies behind the entry. Looking there, and at nothing else of the entry, waits for memory once.
+bool HasKey(const TABLE_NODE* node, const HashedKey& key)
 {
-    return node->hash == key.hash && strcmp(static_cast<const char*>(node->pKey), key.text.data()) == 0;
+    return strcmp(reinterpret_cast<const char*>(node + 1), key.text.data()) == 0;
+}
+
+/// The place in the index where an entry is, or the empty one where the search for it ends.
+template <class IsIt>
+size_t PlaceOf(const TABLE* table, uint32_t hash, IsIt isIt)
+{
+    const size_t mask = table->indexed - 1;
+    size_t place = hash & mask;
+    while (table->index[place].node != nullptr && (table->index[place].hash != hash || !isIt(table->index[place].node)))
+        place = (place + 1) & mask;
+    return place;
+}
+
+void PutInIndex(TABLE* table, TABLE_NODE* node)
+{
+    table->index[PlaceOf(table, node->hash, [](const TABLE_NODE*) { return false; })] = {node->hash, node};
+}
+
+/// Takes an entry out of the index; those behind it that would no longer be found move up.
+void TakeFromIndex(TABLE* table, const TABLE_NODE* node)
+{
+    const size_t mask = table->indexed - 1;
+    size_t hole = PlaceOf(table, node->hash, [node](const TABLE_NODE* other) { return other == node; });
+    for (size_t next = (hole + 1) & mask; table->index[next].node != nullptr; next = (next + 1) & mask) {
+        const size_t home = table->index[next].hash & mask;
+        if (((next - home) & mask) >= ((next - hole) & mask)) {
+            table->index[hole] = table->index[next];
+            hole = next;
+        }
+    }
+    table->index[hole] = {};
+}
+
+/// Gives a table that may have no more buckets an index with room for its entries and one more. Without memory its chains
+/// are walked.
+void Table_RefreshIndex(TABLE* table)
+{
+    const size_t count = table->uiCount;
+    if (count < kMaxBuckets || (table->index != nullptr && count < table->indexed / 2))
+        return;
+    free(table->index);
+    table->indexed = 4 * std::bit_ceil(count);
+    table->index = static_cast<TABLE_INDEX*>(calloc(table->indexed, sizeof(TABLE_INDEX)));
+    for (TABLE_NODE* node = table->pLinkHead; node != nullptr && table->index != nullptr; node = node->pSortNext)
+        PutInIndex(table, node);
 }
 
 TABLE_NODE* Find(const TABLE* table, const HashedKey& key)
 {
+    if (table->index != nullptr)
+        return table->index[PlaceOf(table, key.hash, [&](const TABLE_NODE* node) { return HasKey(node, key); })].node;
     TABLE_NODE* node = table->ppList[key.hash % table->uiHashRange];
-    while (node != nullptr && !Matches(node, key))
+    while (node != nullptr && !(node->hash == key.hash && HasKey(node, key)))
         node = node->pNext;
     return node;
 }
@@ -126,30 +177,46 @@ TABLE_NODE* Table_CreateNode(const TABLE* table, const HashedKey& key, void* pVa
     return new (room) TABLE_NODE{text, static_cast<int>(keySize), key.hash, value, uiLength, {}, {}, {}, {}, {}};
 }
 
-void LinkAtEnd(TABLE_NODE** bucket, TABLE_NODE* node)
+void LinkAtEnd(TABLE* table, TABLE_NODE* node)
 {
-    if (*bucket == nullptr) {
-        *bucket = node;
-        node->ppIndex = bucket;
+    const unsigned int bucket = node->hash % table->uiHashRange;
+    TABLE_NODE* const last = std::exchange(table->tails[bucket], node);
+    if (table->ppList[bucket] == nullptr) {
+        table->ppList[bucket] = node;
+        node->ppIndex = &table->ppList[bucket];
         return;
     }
-    TABLE_NODE* last = *bucket;
-    while (last->pNext != nullptr)
-        last = last->pNext;
     last->pNext = node;
     node->pPrev = last;
 }
 
-void LinkAtHead(TABLE_NODE** bucket, TABLE_NODE* node)
+void LinkAtHead(TABLE* table, TABLE_NODE* node)
 {
+    const unsigned int bucket = node->hash % table->uiHashRange;
+    TABLE_NODE** const slot = &table->ppList[bucket];
     node->pPrev = nullptr;
-    node->pNext = *bucket;
-    node->ppIndex = bucket;
-    if (*bucket != nullptr) {
-        (*bucket)->pPrev = node;
-        (*bucket)->ppIndex = nullptr;
+    node->pNext = *slot;
+    node->ppIndex = slot;
+    if (*slot != nullptr) {
+        (*slot)->pPrev = node;
+        (*slot)->ppIndex = nullptr;
+    } else {
+        table->tails[bucket] = node;
     }
-    *bucket = node;
+    *slot = node;
+}
+
+/// Gives a table other buckets, empty ones, in one block with their tails; 0 or ENOMEM.
+int SetBuckets(TABLE* table, unsigned int range)
+{
+    auto** const buckets = static_cast<TABLE_NODE**>(calloc(2 * size_t{range}, sizeof(TABLE_NODE*)));
+    if (buckets == nullptr)
+        return ENOMEM;
+    free(table->ppList);
+    table->ppList = buckets;
+    table->tails = buckets + range;
+    table->uiHashRange = range;
+    return 0;
 }
 
 /// Puts an entry before the first one that the table's order does not put before it.
@@ -175,16 +242,12 @@ int Table_RefreshTable(TABLE* table, bool bForceRefresh)
         range = std::min(range + table->uiRefreshStep, kMaxBuckets);
     else if (!bForceRefresh)
         return 0;
-    auto** const buckets = static_cast<TABLE_NODE**>(calloc(range, sizeof(TABLE_NODE*)));
-    if (buckets == nullptr) {
+    if (SetBuckets(table, range) != 0) {
         General_LibraryLog(ZKQ_LOG_ERROR, "Malloc buffer failed.");
         return ENOMEM;
     }
     for (TABLE_NODE* node = table->pLinkHead; node != nullptr; node = node->pSortNext)
-        LinkAtHead(&buckets[node->hash % range], node);
-    free(table->ppList);
-    table->ppList = buckets;
-    table->uiHashRange = range;
+        LinkAtHead(table, node);
     return 0;
 }
 
@@ -200,7 +263,10 @@ int Table_AddNode(TABLE* table, const HashedKey& key, void* pValue, unsigned int
         General_LibraryLog(ZKQ_LOG_ERROR, "Create table node failed.");
         return ENOMEM;
     }
-    LinkAtEnd(&table->ppList[key.hash % table->uiHashRange], node);
+    Table_RefreshIndex(table);
+    if (table->index != nullptr)
+        PutInIndex(table, node);
+    LinkAtEnd(table, node);
     Table_AddSortNode(table, node);
     ++table->uiCount;
     Table_RefreshTable(table, false); // without memory the chains grow longer
@@ -210,6 +276,10 @@ int Table_AddNode(TABLE* table, const HashedKey& key, void* pValue, unsigned int
 /// Takes an entry out of its chain and of the list, and releases it.
 void Table_RemoveNode(TABLE* table, TABLE_NODE* node)
 {
+    if (table->index != nullptr)
+        TakeFromIndex(table, node);
+    if (node->pNext == nullptr)
+        table->tails[node->hash % table->uiHashRange] = node->pPrev;
     if (node->pPrev != nullptr)
         node->pPrev->pNext = node->pNext;
     else
@@ -235,6 +305,12 @@ uint32_t Table_CalculateCRC32(const void* bytes, size_t length)
         crc = kCrc[7][crc & 0xFF] ^ kCrc[6][crc >> 8 & 0xFF] ^ kCrc[5][crc >> 16 & 0xFF] ^ kCrc[4][crc >> 24] ^
               kCrc[3][next[4]] ^ kCrc[2][next[5]] ^ kCrc[1][next[6]] ^ kCrc[0][next[7]];
     }
+    if (length >= kSlices / 2) {
+        crc ^= uint32_t{next[0]} | uint32_t{next[1]} << 8 | uint32_t{next[2]} << 16 | uint32_t{next[3]} << 24;
+        crc = kCrc[3][crc & 0xFF] ^ kCrc[2][crc >> 8 & 0xFF] ^ kCrc[1][crc >> 16 & 0xFF] ^ kCrc[0][crc >> 24];
+        length -= kSlices / 2;
+        next += kSlices / 2;
+    }
     for (; length > 0; --length, ++next)
         crc = (crc >> 8) ^ kCrc[0][(crc ^ *next) & 0xFF];
     return crc;
@@ -251,10 +327,8 @@ int General_Table_Create(void** phTable, unsigned int uiRange, int iStoreFlag)
         General_LibraryLog(ZKQ_LOG_ERROR, "Malloc buffer failed.");
         return ENOMEM;
     }
-    table->ppList = static_cast<TABLE_NODE**>(calloc(uiRange, sizeof(TABLE_NODE*)));
-    if (table->ppList == nullptr)
+    if (SetBuckets(table.get(), uiRange) != 0)
         return ENOMEM;
-    table->uiHashRange = uiRange;
     table->pCmpFunc = NewestFirst;
     table->pIndexFunc = Table_GetStringIndex;
     table->iStoreMode = iStoreFlag;
@@ -277,6 +351,7 @@ int General_Table_Destroy(void* hTable)
         free(node);
         node = next;
     }
+    free(table->index);
     free(table->ppList);
     explicit_bzero(table, sizeof *table); // not to be optimised away
     free(table);

@@ -24,6 +24,12 @@ static_assert(offsetof(TABLE_NODE, pValue) == 16 && offsetof(TABLE_NODE, pPrev) 
 using _TABLE_CMP_FUNC = int (*)(void* pKey1, size_t iKeyLen1, void* pKey2, size_t iKeyLen2);
 using _TABLE_HASH_FUNC = unsigned int (*)(void* pKey, int iKeyLen);
 
+/// A place in the index: empty without a node.
+struct TABLE_INDEX {
+    uint32_t hash;
+    TABLE_NODE* node;
+};
+
 struct TABLE {
     unsigned int uiHashRange;
     TABLE_NODE** ppList;
@@ -38,6 +44,9 @@ struct TABLE {
     unsigned int uiRefreshStep;
     int iIterateCount;
     unsigned int uiMagicNumber;
+    TABLE_NODE** tails; ///< the last entry of each bucket's chain, where there is one
+    TABLE_INDEX* index; ///< null, or where the entries are, for a table that has outgrown its buckets
+    size_t indexed;     ///< places in the index, a power of 2
 };
 static_assert(offsetof(TABLE, ppList) == 8 && offsetof(TABLE, pCmpFunc) == 24 && offsetof(TABLE, pLinkHead) == 40 &&
               offsetof(TABLE, iKeyType) == 56 && offsetof(TABLE, uiMagicNumber) == 76);

@@ -89,8 +89,8 @@ void UnlinkAndRelease(XMLNODE** first, XMLNODE* node);
 
 /// Null, without children, or without a child that is an element.
 int IsOneLevelElement(const XMLNODE* Node);
-/// Copies an element with its attributes and elements to the end of another's children: 0, -6 if it is no element, or
-/// ENOMEM; what was copied until then stays.
+/// Copies an element with its attributes and elements to the end of another's children: 0, -6 if it is no element,
+/// EINVAL if it or one below has no name, or ENOMEM; what was copied until then stays.
 int WQXXML_Misc_CopyNode(void* SrcNode, void* DstNode);
 
 /// Sets the options as they are after loading.

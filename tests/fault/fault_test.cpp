@@ -15,6 +15,7 @@
 #include "../support/cabinet.h"
 #include "../support/error_text.h"
 #include "../support/log_context.h"
+#include "../support/xml.h"
 
 namespace {
 
@@ -401,6 +402,129 @@ bool ExtractOne(const LogDir& dir)
     return done;
 }
 
+std::string ManyAttributes()
+{
+    std::string text = "<r";
+    for (int i = 0; i < 40; ++i)
+        text += " a" + std::to_string(i) + "='1'";
+    text += ">";
+    for (int i = 0; i < 200; ++i)
+        text += "<n>x</n>";
+    return text + "</r>";
+}
+
+/// What memory there was for is read; the rest is missing, and nothing of it is half made.
+bool ReadXml(const LogDir&)
+{
+    static const std::string text = ManyAttributes();
+    void* xml = nullptr;
+    EXPECT_EQ(WQXXML_LoadFromString(text.c_str(), &xml), 0);
+    support::XmlDocument document;
+    document.xml = xml;
+    int attributes = 0;
+    int children = 0;
+    if (const support::XmlNode* const root = document.Root()) {
+        for (const support::XmlAttribute* attribute = root->attributes; attribute != nullptr;
+             attribute = attribute->next, ++attributes)
+            EXPECT_EQ(attribute->name, "a" + std::to_string(attributes));
+        for (const support::XmlNode* node = root->child; node != nullptr; node = node->next, ++children)
+            EXPECT_STREQ(node->value, "n");
+    }
+    return attributes == 40 && children == 200 && document.Root()->child->child != nullptr;
+}
+
+/// An addition or change that fails leaves the tree as it was.
+bool EditXml(const LogDir&)
+{
+    support::XmlDocument document("<r a='1'><b>x</b></r>");
+    if (document.xml == nullptr || document.Root()->child == nullptr || document.Root()->child->child == nullptr)
+        return false;
+    void* const root = document.xml;
+    void* const child = document.Root()->child;
+    const std::function<int()> edits[] = {[&] { return WQXXML_AddChildItem(&document.xml, "b", "n", "v"); },
+                                          [&] { return WQXXML_AddChildItem(&document.xml, nullptr, "s", nullptr); },
+                                          [&] { return WQXXML_AddNodeChildItem_Reverse(root, "f", "v", nullptr); },
+                                          [&] { return WQXXML_AddNodeAttribute(root, "b", "2"); },
+                                          [&] { return WQXXML_AddNodeAttribute(root, "a", "3"); },
+                                          [&] { return WQXXML_ChangeAttribute(root, "b", "4"); },
+                                          [&] { return WQXXML_ChangeNodeValue(root, "R"); },
+                                          [&] { return WQXXML_ChangeElementValue(child, "new"); },
+                                          [&] {
+                                              void* xml = nullptr;
+                                              const int error = WQXXML_AddChildItem(&xml, nullptr, "n", "v");
+                                              EXPECT_EQ(xml == nullptr, error != 0);
+                                              WQXXML_ReleaseObject(xml);
+                                              return error;
+                                          }};
+    bool succeeded = true;
+    for (const auto& edit : edits) {
+        const std::string before = document.Text();
+        if (const int error = edit()) {
+            EXPECT_TRUE(error == ENOMEM || (error == ENOENT && !succeeded)) << error;
+            EXPECT_EQ(document.Text(), before);
+            succeeded = false;
+        }
+    }
+    return succeeded;
+}
+
+/// Without memory for a remembered place, walks are as right.
+bool WalkXml(const LogDir& dir)
+{
+    if (!ReadXml(dir))
+        return false;
+    support::XmlDocument document(ManyAttributes());
+    bool succeeded = document.xml != nullptr && document.Root()->child != nullptr;
+    const support::XmlNode* expected = succeeded ? document.Root()->child : nullptr;
+    for (int i = 0; succeeded && i < 200; ++i, expected = expected == nullptr ? nullptr : expected->next) {
+        void* node = nullptr;
+        succeeded = WQXXML_GetChildNode(document.Root(), &i, &node) == 0;
+        EXPECT_TRUE(!succeeded || node == expected);
+    }
+    return succeeded;
+}
+
+bool WriteXml(const LogDir& dir, bool toFile)
+{
+    static const support::XmlDocument document("<r>" + std::string(100000, 'x') + "</r>");
+    static const std::string expected = "<?xml version=\"1\"?>\n" + document.Output();
+    if (toFile) {
+        const int error = WQXXML_OutputFile(document.xml, "1", nullptr, nullptr, dir.File("x").c_str());
+        EXPECT_TRUE(error == 0 || error == ENOSYS) << error;
+        EXPECT_TRUE(error != 0 || ReadFile(dir.File("x")) == expected);
+        return error == 0;
+    }
+    char mark;
+    char* text = &mark;
+    const int error = WQXXML_OutputStringEx(document.xml, "1", nullptr, nullptr, &text);
+    EXPECT_TRUE(error == 0 ? text == expected : error == ENOMEM && text == &mark) << error;
+    if (error == 0)
+        WQXXML_FreeString(text);
+    return error == 0;
+}
+
+/// A table that cannot grow goes on with the buckets it has.
+bool FillTable(const LogDir&)
+{
+    char mark;
+    void* table = &mark;
+    if (const int error = General_Table_Create(&table, 2, 1)) {
+        EXPECT_TRUE(error == ENOMEM && table == &mark);
+        return false;
+    }
+    bool succeeded = true;
+    char bytes[] = "bytes";
+    for (int i = 0; i < 20; ++i) {
+        const std::string key = std::to_string(i);
+        const int error = General_Table_String_AddNode(table, key.c_str(), bytes, sizeof bytes);
+        EXPECT_TRUE(error == 0 || error == ENOMEM);
+        EXPECT_EQ(General_Table_String_GetNode(table, key.c_str(), nullptr, nullptr), error == 0 ? 0 : ENOENT);
+        succeeded = succeeded && error == 0;
+    }
+    EXPECT_EQ(General_Table_Destroy(table), 0);
+    return succeeded;
+}
+
 const std::vector<std::string> kEverything = fault::Functions();
 
 INSTANTIATE_TEST_SUITE_P(
@@ -515,6 +639,20 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"make_cabinet", Tree, MakeCabinet, {"close", "stat"}, {}},
         Scenario{"extract_cabinet", PackedTree, ExtractCabinet, {"close", "lstat"}, {}},
         Scenario{"extract_one", PackedTree, ExtractOne, {"close", "lstat"}, {}},
+        Scenario{"xml_read", [](const LogDir&) {}, ReadXml, {}, kEverything},
+        Scenario{"xml_edit", [](const LogDir&) {}, EditXml, {}, kEverything},
+        Scenario{"xml_walk", [](const LogDir&) {}, WalkXml, {"calloc"}, kEverything},
+        Scenario{"xml_write_text",
+                 [](const LogDir& d) { WriteXml(d, false); },
+                 [](const LogDir& d) { return WriteXml(d, false); },
+                 {},
+                 kEverything},
+        Scenario{"xml_write_file",
+                 [](const LogDir& d) { WriteXml(d, false); },
+                 [](const LogDir& d) { return WriteXml(d, true); },
+                 {},
+                 kEverything},
+        Scenario{"table", [](const LogDir&) {}, FillTable, {"calloc"}, kEverything},
         Scenario{"append_line",
                  [](const LogDir&) {},
                  [](const LogDir& d) { return ZKQGeneral_RecordLogToFile_V(d.File("l").c_str(), "%d", 5) != 0; },
