@@ -1,6 +1,7 @@
 /*
  * A small agent: it reads its settings from a profile file, watches a directory for a few rounds, and records what it
- * sees in a log whose levels an operator may switch while it runs.
+ * sees in a log whose levels an operator may switch while it runs. At the end it packs the files into a cabinet, and
+ * makes sure of it: what comes out again must have the digests of what went in.
  *
  *     agent SETTINGS.ini
  *
@@ -11,6 +12,7 @@
  * interval = 500               milliseconds between them
  * ignore = .tmp .swp           endings of names that do not count
  * head = 32                    bytes of a changed file that are shown
+ * archive = /var/spool/in.cab  the cabinet to make at the end; none if there is no such key
  */
 #include <ZKQ_general.h>
 #include <dirent.h>
@@ -22,11 +24,13 @@
 #include <time.h>
 
 #define PATH_SIZE 300
+#define DIGEST_SIZE 16
 #define HERE __FILE__, __LINE__
 
 typedef struct {
     char directory[PATH_SIZE];
     char log[96];
+    char archive[PATH_SIZE];
     int rounds;
     int interval; /* milliseconds */
     int head;     /* bytes */
@@ -60,6 +64,7 @@ static int ReadSettings(const char* file, Settings* settings)
     ZKQGeneral_GetPrivateProfileString("agent", "directory", ".", settings->directory, sizeof settings->directory,
                                        file);
     ZKQGeneral_GetPrivateProfileString("agent", "log", ".", settings->log, sizeof settings->log, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "archive", "", settings->archive, sizeof settings->archive, file);
     ZKQGeneral_GetPrivateProfileString("agent", "ignore", "", ignore, sizeof ignore, file);
     settings->rounds = (int)ZKQGeneral_GetPrivateProfileInt("agent", "rounds", 5, file);
     settings->interval = (int)ZKQGeneral_GetPrivateProfileInt("agent", "interval", 500, file);
@@ -196,6 +201,88 @@ static int WatchOnce(Watch* watch, const Settings* settings, int round)
     return 1;
 }
 
+/* Packing */
+
+/* What is being packed: as many names as files, each ended by a NUL, and the digests that they had. */
+typedef struct {
+    char* names;
+    size_t length;
+    size_t count;
+    unsigned char (*digests)[DIGEST_SIZE];
+} Pack;
+
+static void* RecordProgress(void* percentage)
+{
+    ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_DEBUG, HERE, "packed: %d%%", (int)(intptr_t)percentage);
+    return NULL;
+}
+
+static void RecordFailure(const char* what)
+{
+    ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "%s: %s", what,
+                                       ZKQGeneral_GetGeneralErrorInfo());
+}
+
+/* Notes all files that a cabinet can hold, which are those that are not empty. */
+static int Collect(const Settings* settings, const Watch* watch, Pack* pack)
+{
+    pack->names = calloc(watch->count + 1, PATH_SIZE);
+    pack->digests = calloc(watch->count + 1, DIGEST_SIZE);
+    if (pack->names == NULL || pack->digests == NULL)
+        return 0;
+    for (size_t i = 0; i < watch->count; ++i) {
+        char* path = pack->names + pack->length;
+        const int length = snprintf(path, PATH_SIZE, "%s/%s", settings->directory, watch->files[i].name);
+        if (watch->files[i].size == 0 || length >= PATH_SIZE ||
+            !ZKQGeneral_DigestFile(path, pack->digests[pack->count]))
+            continue;
+        pack->length += (size_t)length + 1;
+        ++pack->count;
+    }
+    pack->names[pack->length] = '\0'; /* an empty name behind the last */
+    return pack->count > 0;
+}
+
+/* Extracts the cabinet again; true if all files have the digests that were noted. */
+static int Verify(const Settings* settings, const Pack* pack, const char* directory)
+{
+    int alike = 1;
+    for (size_t i = 0; i < pack->count; ++i) {
+        char path[PATH_SIZE];
+        unsigned char digest[DIGEST_SIZE];
+        strncpy_WQX(path, directory, sizeof path);
+        if (!ZKQGeneral_ExtractMyCabOneFile(settings->archive, path, (long)i) || !ZKQGeneral_DigestFile(path, digest)) {
+            RecordFailure("cannot extract");
+            return 0;
+        }
+        if (memcmp(digest, pack->digests[i], sizeof digest) != 0) {
+            ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_ERROR, HERE, "differs: %s", path);
+            alike = 0;
+        }
+    }
+    return alike;
+}
+
+static int PackFiles(const Settings* settings, const Watch* watch)
+{
+    char directory[PATH_SIZE + 8];
+    Pack pack = {NULL, 0, 0, NULL};
+    int done = Collect(settings, watch, &pack);
+    if (done && !(done = ZKQGeneral_MakeMyCabFile_P(settings->archive, pack.names, 1, RecordProgress)))
+        RecordFailure("cannot pack");
+    if (done) {
+        snprintf(directory, sizeof directory, "%s.check", settings->archive);
+        done = Verify(settings, &pack, directory);
+        ZKQGeneral_MyDeleteDirectory(directory);
+    }
+    if (done)
+        ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_INFO, HERE, "%zu files are in %s, with their digests",
+                                           pack.count, settings->archive);
+    free(pack.names);
+    free(pack.digests);
+    return done;
+}
+
 /* Shows what the log has grown by. */
 static void ShowLog(void)
 {
@@ -234,6 +321,8 @@ static int Run(Settings* settings)
         if (done && round < settings->rounds)
             Pause(settings->interval);
     }
+    if (done && settings->archive[0] != '\0')
+        done = PackFiles(settings, &watch);
     ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_INFO, HERE, done ? "done" : "given up");
     ShowLog();
     free(watch.files);

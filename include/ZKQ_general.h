@@ -9,10 +9,14 @@
 
 #include <ZKQ_general/TamorXml.h>
 #include <ZKQ_general/WQXXMLH.h>
+#include <ZKQ_general/base64.h>
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/log.h>
+#include <ZKQ_general/md5.h>
+#include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/mycab.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>

@@ -11,11 +11,18 @@ import sys
 NO_SLOWER = 1.05
 # What doubles with its input has exponent 1. A little more is the price of leaving the caches, and peers pay it too.
 LINEAR = 1.15
+# At least 0.98 of zlib's own speed.
+ZLIB_SPEED = 1 / 0.98
 # With a larger spread than this a verdict is a guess, and is marked as one.
 UNSTEADY = 0.5
 
 SIZES = {10_000: "10 KB", 100_000: "100 KB", 1_000_000: "1 MB", 10_000_000: "10 MB"}
+BYTES = {64: "64 bytes", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB", 100_000_000: "100 MB"}
 FILES = {4096: "4 KB", 1 << 20: "1 MB", 100 << 20: "100 MB"}
+TEXTS = {16: "16 B", 1 << 10: "1 KB", 64 << 10: "64 KB", 1 << 20: "1 MB"}
+DIRECTIONS = ("gbk-ucs2", "ucs2-gbk", "gbk-utf8", "utf8-gbk")
+GROWING = (100_000, 1_000_000, 10_000_000)
+MEMBERS = (1_000, 10_000, 100_000)
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -61,6 +68,50 @@ def rows():
         yield (f"split {count} tokens", f"string/split/ours/{count}", "strtok_r, strdup",
                [(1, f"string/split/strtok_r/{count}")], None)
 
+    for count in (1_000, 10_000, 100_000, 1_000_000):
+        yield (f"packet, add {count} items of 16 bytes", f"msgpacket/add/ours/{count}", "std::vector",
+               [(1, f"msgpacket/add/vector/{count}")], None)
+        yield (f"packet, read {count} items by index", f"msgpacket/read/ours/{count}", "loop by hand",
+               [(1, f"msgpacket/read/by-hand/{count}")], None)
+
+    for direction in DIRECTIONS:
+        for kind in ("ascii", "chinese", "mixed"):
+            for size, title in TEXTS.items():
+                place = f"{direction}/{kind}/{size}"
+                # The bar for ASCII is for texts that are longer than the call around them.
+                bar = 0.1 if kind == "ascii" and size > 16 else NO_SLOWER
+                yield (f"{direction}, {kind}, {title}", f"iconv/ours/{place}", "iconv, ready",
+                       [(1, f"iconv/bare/{place}")], bar)
+                if size == 16:  # in longer texts opening is nothing
+                    yield (f"{direction}, {kind}, {title}", f"iconv/ours/{place}", "open, iconv, close",
+                           [(1, f"iconv/opening/{place}")], 0.2)
+    # Where the bytes go to memory and back, no codec gets away from a copy. The few of 64 are mostly the way there.
+    for size, title in BYTES.items():
+        fast = 1 << 10 <= size <= 1 << 20
+        for ours, name, peers in (
+                ("encode", "Base64 of", (("EVP_EncodeBlock", 0.1 if fast else 1.0), ("memcpy", None))),
+                ("encode_lines", "Base64, 72 columns, of", (("EVP_EncodeBlock", 0.2 if fast else 1.0),
+                                                            ("EVP_EncodeUpdate", 0.2 if fast else 1.0))),
+                ("decode", "Base64 to", (("EVP_DecodeBlock", 0.1 if fast else 1.0), ("memcpy", None))),
+                ("decode_lines", "Base64, 72 columns, to", (("EVP_DecodeUpdate", 0.2),))):
+            for peer, bar in peers:
+                yield (f"{name} {title}", f"base64/{ours}/ours/{size}", peer, [(1, f"base64/{ours}/{peer}/{size}")], bar)
+    for size, title in BYTES.items():
+        yield (f"MD5 of {title}", f"md5/ours/{size}", "MD5()", [(1, f"md5/MD5/{size}")], 1.0)
+        yield (f"MD5 of {title}", f"md5/ours/{size}", "MD5_Init, _Update, _Final", [(1, f"md5/MD5_Update/{size}")], 1.0)
+
+    for what, peer in (("compress", "compress2"), ("decompress", "uncompress")):
+        for sample in ("text", "noise"):
+            yield (f"{what} 3 MB of {sample}", f"zlib/{what}/ours/{sample}", peer,
+                   [(1, f"zlib/{what}/zlib/{sample}")], ZLIB_SPEED)
+        for size in GROWING:
+            yield (f"{what} {SIZES[size]} of text, growing", f"zlib/{what}-growing/ours/{size}", f"malloc, {peer}",
+                   [(1, f"zlib/{what}-growing/zlib/{size}")], None)
+    for count, title in ((0, "/usr/share/doc"), *((count, f"{count} small files") for count in MEMBERS)):
+        for what, peer in (("make", "zip"), ("extract", "unzip")):
+            yield (f"cabinet, {what} {title}", f"mycab/{what}/ours/{count}", peer, [(1, f"mycab/{what}/{peer}/{count}")],
+                   NO_SLOWER)
+
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).
 GROWTH = (
@@ -69,6 +120,15 @@ GROWTH = (
     ("append pieces", "string/append/ours", "std::string", "string/append/string", (1_000, 10_000, 100_000, 1_000_000)),
     ("split tokens", "string/split/ours", "strtok_r", "string/split/strtok_r",
      (10, 100, 1_000, 10_000, 100_000, 1_000_000)),
+    ("packet, add items", "msgpacket/add/ours", "std::vector", "msgpacket/add/vector",
+     (1_000, 10_000, 100_000, 1_000_000)),
+    ("packet, read items by index", "msgpacket/read/ours", "by hand", "msgpacket/read/by-hand",
+     (1_000, 10_000, 100_000, 1_000_000)),
+    ("MD5", "md5/ours", "MD5()", "md5/MD5", (1 << 10, 64 << 10, 1 << 20, 100_000_000)),
+    ("compress, growing", "zlib/compress-growing/ours", "compress2", "zlib/compress-growing/zlib", GROWING),
+    ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
+    ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),
+    ("extract a cabinet", "mycab/extract/ours", "unzip", "mycab/extract/unzip", MEMBERS),
 )
 
 

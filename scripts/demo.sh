@@ -31,6 +31,7 @@ echo "demo: the agent's settings"
 "$zkq" ini set "$work/agent.ini" agent interval 500
 "$zkq" ini set "$work/agent.ini" agent ignore ".tmp .swp"
 "$zkq" ini set "$work/agent.ini" agent head 48
+"$zkq" ini set "$work/agent.ini" agent archive "$work/watched.cab"
 cat "$work/agent.ini"
 "$zkq" log level --dir "$work/log" agent debug,info,warn,error
 
@@ -51,6 +52,10 @@ echo "demo: the agent at work"
 "$build/examples/agent" "$work/agent.ini"
 wait "$changes"
 changes=
+
+echo "demo: the cabinet that it packed"
+"$zkq" cab list -l "$work/watched.cab"
+"$zkq" cab test "$work/watched.cab"
 
 echo "demo: warnings and errors alone, from the log it left"
 grep -E '\]\[(Warn |Error)\]' "$work/log/agent.log"

@@ -18,5 +18,5 @@ check() {
 }
 export -f check
 find build/release/tests -maxdepth 1 -type f -name '*_test' -perm -u+x |
-    grep -vE 'concurrency|model|file_tree|file_copy|/system_test|/file_test' | sort |
+    grep -vE 'concurrency|model|base64_internal|file_tree|file_copy|/system_test|/file_test' | sort |
     xargs -P "$(nproc)" -I{} bash -c 'check {}'

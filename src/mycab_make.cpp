@@ -50,6 +50,8 @@ public:
     BOOL PreProcess(std::string_view name, bool takeFiles);
     std::span<FILEINFORMATION> Files() { return {files_.get(), count_}; }
     double TotalSize() const { return totalSize_; }
+    /// What has the cabinet's name is no device or the like, which must not be removed.
+    bool MayRemoveCabinet() const { return !cabinetExists_ || S_ISREG(cabinet_.st_mode); }
 
 private:
     BOOL MakeFileList(char (&path)[kPathSize], size_t length, bool takeFiles, std::string_view root);
@@ -224,7 +226,7 @@ public:
     BOOL AddFileToCab(FILEINFORMATION* file);
     BOOL AddDirectory(std::span<const FILEINFORMATION> files);
     BOOL Complete();
-    /// The file exists and has no other use than to be this cabinet.
+    /// What was in the file is lost.
     bool IsCreated() const { return isCreated_; }
 
 private:
@@ -244,11 +246,10 @@ BOOL CabWriter::Create(LPCTSTR CabFile, size_t count)
     output_ = MakeMemoryObject(kWriteBlock);
     if (output_ == nullptr)
         return Fail(ENOMEM);
-    struct statx status;
-    file_.Reset(OpenForWriting(CabFile, O_TRUNC, &status));
+    file_.Reset(OpenNoWait(CabFile, O_WRONLY | O_CREAT | O_TRUNC, 0666));
     if (!file_.IsOpen())
         return FailWithErrno();
-    isCreated_ = S_ISREG(status.stx_mode);
+    isCreated_ = true;
     header_.Count = CabNumber(static_cast<int64_t>(count));
     position_ = sizeof header_;
     return Finish(WriteAll(file_.Get(), {reinterpret_cast<const char*>(&header_), sizeof header_}));
@@ -349,7 +350,7 @@ BOOL MakeMyCabFile_R(LPCTSTR CabFile, LPCTSTR FileNames, int Flag, THREADPROC_C 
         return FALSE;
     CabWriter cabinet;
     const BOOL made = WriteCabinet(CabFile, list, Progress, &cabinet);
-    if (!made && cabinet.IsCreated())
+    if (!made && cabinet.IsCreated() && list.MayRemoveCabinet())
         unlink(CabFile);
     return made;
 }

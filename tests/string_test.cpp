@@ -17,18 +17,7 @@
 #include "support/error_text.h"
 #include "support/heap.h"
 #include "support/paths.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitizer = true;
-#else
-constexpr bool kSanitizer = false;
-#endif
-#else
-constexpr bool kSanitizer = false;
-#endif
+#include "support/sanitizer.h"
 
 namespace {
 
@@ -497,7 +486,7 @@ void LimitAddressSpace(size_t more)
 
 TEST(MemoryObject, WithoutRoomToBeginWithTheObjectIsDead)
 {
-    if (kSanitizer)
+    if (support::kSanitizer)
         GTEST_SKIP() << "a sanitizer does not run within a limit of memory";
     RUN_IN_CHILD([] {
         LimitAddressSpace(32 << 20);
@@ -516,7 +505,7 @@ TEST(MemoryObject, AFailedGrowthLeavesTheObject)
     constexpr size_t kLarge = size_t{1} << 30;
     void* large = mmap(nullptr, kLarge, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(large, MAP_FAILED);
-    if (kSanitizer)
+    if (support::kSanitizer)
         GTEST_SKIP() << "a sanitizer does not run within a limit of memory";
     RUN_IN_CHILD([&] {
         const Memory memory(10);

@@ -18,7 +18,8 @@ extern "C" {
  * @brief Makes a cabinet from files and directories.
  *
  * A file is stored under the last component of its name, a file found below a directory under its path from there, in
- * the order in which the system lists directories. Links are followed.
+ * the order in which the system lists directories. Links are followed, but only as many bytes are taken as the link's own
+ * text is long: resolve them first. A link to a directory fails with `EISDIR`.
  *
  * @param CabFile    The cabinet; an existing file is replaced. After a failure it is removed.
  * @param FileNames  The names, each ended by a NUL, and an empty name behind the last. A name has 2 bytes at least.

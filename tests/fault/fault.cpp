@@ -3,12 +3,14 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <iconv.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <string_view>
 
@@ -18,12 +20,13 @@ std::string armedFunction;
 int armedCall;
 int calls;
 bool hit;
+bool paused;
 fault::Failure armedFailure;
 
 /// Counts a call of the armed function; true if it is the one to fail, with errno set.
 bool Fails(std::string_view function)
 {
-    if (armedFunction.empty() || function != armedFunction || (++calls != armedCall && armedCall != 0))
+    if (paused || armedFunction.empty() || function != armedFunction || (++calls != armedCall && armedCall != 0))
         return false;
     hit = true;
     if (!armedFailure.isShort)
@@ -46,10 +49,12 @@ bool FailsBytes(std::string_view function, size_t* size)
 const std::vector<std::string>& fault::Functions()
 {
     static const std::vector<std::string> functions = {
-        "malloc", "calloc",    "realloc", "strndup", "open",   "openat",          "read",  "write",
-        "writev", "lstat",     "fstat",   "stat",    "mkdir",  "copy_file_range", "rmdir", "unlinkat",
-        "fdopen", "ftruncate", "symlink", "getcwd",  "fwrite", "fdopendir",       "flock", "readlink",
-        "close",  "fcntl",     "fchmod",  "unlink",  "statx",  "readdir",         "lseek"};
+        "malloc",    "calloc",   "realloc",      "strndup",   "open",         "openat",  "read",
+        "write",     "writev",   "lstat",        "fstat",     "stat",         "mkdir",   "copy_file_range",
+        "rmdir",     "unlinkat", "fdopen",       "ftruncate", "symlink",      "getcwd",  "fwrite",
+        "fdopendir", "flock",    "readlink",     "close",     "fcntl",        "fchmod",  "unlink",
+        "statx",     "readdir",  "lseek",        "opendir",   "pread",        "pwrite",  "reallocarray",
+        "mkdirat",   "futimens", "deflateInit_", "deflate",   "inflateInit_", "inflate", "iconv_open"};
     return functions;
 }
 
@@ -68,7 +73,17 @@ bool fault::Disarm()
     return hit;
 }
 
-// The replacements. A pointer result fails with null, any other with -1.
+fault::Pause::Pause()
+{
+    paused = true;
+}
+
+fault::Pause::~Pause()
+{
+    paused = false;
+}
+
+// The replacements. A pointer result fails with null, one of zlib's with one of its codes, any other with -1.
 
 #define WRAP(Type, failed, name, parameters, arguments)                                                                \
     extern "C" Type __real_##name parameters;                                                                          \
@@ -109,8 +124,21 @@ WRAP(off_t, -1, lseek, (int fd, off_t offset, int whence), (fd, offset, whence))
 WRAP(ssize_t, -1, readlink, (const char* path, char* buffer, size_t size), (path, buffer, size))
 WRAP(int, -1, statx, (int fd, const char* path, int flags, unsigned mask, struct statx* status),
      (fd, path, flags, mask, status))
+WRAP(iconv_t, reinterpret_cast<iconv_t>(-1), iconv_open, (const char* to, const char* from), (to, from))
 WRAP(size_t, 0, fwrite, (const void* data, size_t size, size_t count, FILE* file), (data, size, count, file))
 
+WRAP(void*, nullptr, reallocarray, (void* block, size_t count, size_t size), (block, count, size))
+WRAP(DIR*, nullptr, opendir, (const char* path), (path))
+WRAP(ssize_t, -1, pwrite, (int fd, const void* data, size_t size, off_t at), (fd, data, size, at))
+WRAP(int, -1, mkdirat, (int fd, const char* path, mode_t mode), (fd, path, mode))
+WRAP(int, -1, futimens, (int fd, const timespec* times), (fd, times))
+WRAP(int, Z_MEM_ERROR, deflateInit_, (z_stream * stream, int level, const char* version, int size),
+     (stream, level, version, size))
+WRAP(int, Z_STREAM_ERROR, deflate, (z_stream * stream, int flush), (stream, flush))
+WRAP(int, Z_MEM_ERROR, inflateInit_, (z_stream * stream, const char* version, int size), (stream, version, size))
+WRAP(int, Z_MEM_ERROR, inflate, (z_stream * stream, int flush), (stream, flush))
+
+WRAP_BYTES(pread, pread, (int fd, void* data, size_t size, off_t at), size, (fd, data, size, at))
 WRAP_BYTES(read, read, (int fd, void* data, size_t size), size, (fd, data, size))
 WRAP_BYTES(read, __read_chk, (int fd, void* data, size_t size, size_t room), size, (fd, data, size, room))
 WRAP_BYTES(write, write, (int fd, const void* data, size_t size), size, (fd, data, size))

@@ -20,4 +20,13 @@ void Arm(const std::string& function, int call, Failure failure);
 /// Ends it; true if a call was hit.
 bool Disarm();
 
+/// While it lives nothing fails: for what a test itself asks of the system in the middle of an operation.
+class Pause {
+public:
+    Pause();
+    ~Pause();
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+};
+
 } // namespace fault

@@ -11,6 +11,8 @@
 #include <functional>
 #include <memory>
 
+#include "../../src/internal/converter.h"
+#include "../support/cabinet.h"
 #include "../support/error_text.h"
 #include "../support/log_context.h"
 
@@ -60,6 +62,7 @@ TEST_P(Sweep, EveryFailureIsReportedAndNothingLeaks)
             support::MarkErrorText();
             const int before = OpenDescriptors();
             fault::Arm(function, call, {ENOSYS, false});
+            SCOPED_TRACE(function + " call " + std::to_string(call));
             const bool succeeded = scenario.run(dir);
             const bool hit = fault::Disarm();
             EXPECT_EQ(OpenDescriptors(), before) << function << " call " << call;
@@ -157,6 +160,38 @@ bool Split(const LogDir&)
     return complete;
 }
 
+bool EncodeText(const LogDir&)
+{
+    const unsigned char bytes[] = "some bytes";
+    char none = 0;
+    char* text = &none;
+    const BOOL encoded = ZKQGeneral_ConvertToBase64Ex(bytes, 10, &text, 4);
+    EXPECT_EQ(text != nullptr, encoded == TRUE);
+    ZKQGeneral_FreeMallocBuffer(text);
+    return encoded;
+}
+
+bool DecodeText(const LogDir&)
+{
+    unsigned char none = 0;
+    unsigned char* bytes = &none;
+    int length = 7;
+    const BOOL decoded = ZKQGeneral_ConvertFromBase64Ex("YWJj", &bytes, &length);
+    EXPECT_EQ(bytes != nullptr, decoded == TRUE);
+    EXPECT_EQ(length, decoded ? 3 : 0);
+    ZKQGeneral_FreeMallocBuffer(bytes);
+    return decoded;
+}
+
+bool DigestSource(const LogDir& dir)
+{
+    unsigned char digest[16] = {};
+    const BOOL digested = ZKQGeneral_DigestFile(dir.File("src").c_str(), digest);
+    const unsigned char none[16] = {};
+    EXPECT_EQ(memcmp(digest, none, sizeof none) != 0, digested == TRUE) << "left alone on failure";
+    return digested;
+}
+
 bool Collect(const LogDir&)
 {
     void* object = ZKQGeneral_MEM_malloc(16);
@@ -171,6 +206,40 @@ bool Collect(const LogDir&)
     ZKQGeneral_FreeMallocBuffer(taken);
     ZKQGeneral_MEM_free(object);
     return complete;
+}
+
+/// A packet that grows and is read back, then one from its bytes.
+bool BuildPacket(const LogDir&)
+{
+    void* packet = nullptr;
+    if (!ZKQGeneral_CreateMsgPacket(16, &packet))
+        return false;
+    const std::string value(1000, 'v');
+    bool complete = ZKQGeneral_MsgPacket_OID_AddInt(packet, 1, 2) != 0;
+    complete = complete && ZKQGeneral_MsgPacket_OID_AddString(packet, 3, value.c_str()) != 0;
+    unsigned char* bytes = nullptr;
+    int size = 0;
+    void* copy = nullptr;
+    EXPECT_TRUE(ZKQGeneral_MsgPacket_GetBuffer(packet, &bytes, &size));
+    complete = complete && ZKQGeneral_InitMsgPacket(bytes, size, 16, &copy) != 0;
+    char* text = nullptr;
+    EXPECT_TRUE(!complete || (ZKQGeneral_MsgPacket_OID_GetStringPtr(copy, 3, &text) && text == value));
+    ZKQGeneral_DestroyMsgPacket(packet);
+    ZKQGeneral_DestroyMsgPacket(copy);
+    return complete;
+}
+
+/// A text too long for the stack, with a character that the tables leave to the system's converter.
+bool ConvertLongText(const LogDir&)
+{
+    CloseConverters();
+    const std::string text = std::string(5000, 'x') + "\xF3\xA0\x80\x81";
+    std::string room(text.size(), '\0');
+    int length = static_cast<int>(room.size());
+    const BOOL converted = ZKQGeneral_UTF8ToAnsi(text.c_str(), room.data(), length, &length);
+    EXPECT_EQ(length, converted ? 5000 : 5004);
+    EXPECT_EQ(room, converted ? std::string(5000, 'x') + std::string(4, '\0') : std::string(5004, '\0'));
+    return converted;
 }
 
 bool MakeContext(const LogDir& dir)
@@ -204,6 +273,132 @@ bool WriteRecords(const LogDir& dir)
     written &= ZKQGeneral_RecordBinaryLogInfo(ctx, nullptr, 0, "dump") != 0;
     ZKQGeneral_FreeLogCtx(ctx);
     return written;
+}
+
+// Compression. Only the functions that allocate can lack memory, and then there is no text.
+
+const std::string kPlain = "plain text, plain text, " + std::string(20000, 'p');
+
+const unsigned char* Bytes(const std::string& text)
+{
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+std::string Stream()
+{
+    const fault::Pause making;
+    return support::Deflated(kPlain);
+}
+
+bool Compress(const LogDir&)
+{
+    std::string room(100000, '\0');
+    long length = 0;
+    const BOOL done = ZKQGeneral_Zlib_CompressBuffer(Bytes(kPlain), static_cast<long>(kPlain.size()),
+                                                     reinterpret_cast<unsigned char*>(room.data()), &length);
+    const fault::Pause judging;
+    EXPECT_TRUE(!done || support::Inflated(room.substr(0, static_cast<size_t>(length))) == kPlain);
+    return done;
+}
+
+bool Decompress(const LogDir&)
+{
+    const std::string stream = Stream();
+    std::string room(kPlain.size(), '\0');
+    const BOOL done =
+        ZKQGeneral_Zlib_UnCompressBuffer(Bytes(stream), static_cast<long>(stream.size()),
+                                         reinterpret_cast<unsigned char*>(room.data()), static_cast<long>(room.size()));
+    EXPECT_TRUE(!done || room == kPlain);
+    return done;
+}
+
+/// Calls a function that allocates; a failure leaves the pointer as it was.
+bool Allocating(int (*function)(const unsigned char*, long, unsigned char**, long*), const std::string& source,
+                const std::string& expected)
+{
+    unsigned char mark = 'm';
+    unsigned char* data = &mark;
+    long length = 0;
+    const int code = function(Bytes(source), static_cast<long>(source.size()), &data, &length);
+    if (code != 0) {
+        EXPECT_TRUE(code == 12 || (code == -1 && function == ZKQGeneral_Zlib_CompressBufferEx)) << code;
+        EXPECT_EQ(data, &mark);
+        return false;
+    }
+    const fault::Pause judging;
+    const std::string result(reinterpret_cast<char*>(data), static_cast<size_t>(length));
+    EXPECT_TRUE(result == expected || support::Inflated(result) == expected);
+    ZKQGeneral_FreeMallocBuffer(data);
+    return true;
+}
+
+bool CompressAllocating(const LogDir&)
+{
+    return Allocating(ZKQGeneral_Zlib_CompressBufferEx, kPlain, kPlain);
+}
+
+bool DecompressAllocating(const LogDir&)
+{
+    return Allocating(ZKQGeneral_Zlib_UnCompressBufferEx, Stream(), kPlain);
+}
+
+// Cabinets.
+
+void Tree(const LogDir& dir)
+{
+    ZKQGeneral_CreateMultiLevelDirectory(dir.File("tree/sub/deep").c_str());
+    WriteFile(dir.File("tree/a"), "a");
+    WriteFile(dir.File("tree/sub/b"), std::string(50000, 'b'));
+    WriteFile(dir.File("tree/sub/deep/c"), "c");
+    WriteFile(dir.File("named"), "named");
+}
+
+bool MakeCabinet(const LogDir& dir)
+{
+    const support::NoTempFiles watch;
+    std::string list = dir.File("tree") + '\0' + dir.File("named") + '\0';
+    list += '\0';
+    const std::string cabinet = dir.File("cabinet");
+    const BOOL made = ZKQGeneral_MakeMyCabFile(cabinet.c_str(), list.c_str(), 1);
+    const fault::Pause judging;
+    EXPECT_EQ(made == TRUE, access(cabinet.c_str(), F_OK) == 0) << "a part is left, or nothing";
+    if (made) {
+        EXPECT_EQ(support::CabinetReader(ReadFile(cabinet)).Members().size(), 4U);
+    }
+    return made;
+}
+
+void PackedTree(const LogDir& dir)
+{
+    const support::Cabinet cabinet{.entries = {{.name = "a", .content = "new"},
+                                               {.name = "sub/b", .content = std::string(50000, 'b')},
+                                               {.name = "sub/deep/c", .content = "c"}}};
+    WriteFile(dir.File("cabinet"), cabinet.Bytes());
+    ZKQGeneral_CreateMultiLevelDirectory(dir.File("out").c_str());
+    WriteFile(dir.File("out/a"), "an older file");
+}
+
+bool ExtractCabinet(const LogDir& dir)
+{
+    const support::NoTempFiles watch;
+    const BOOL done = ZKQGeneral_ExtractMyCabAllFile(dir.File("cabinet").c_str(), dir.File("out").c_str());
+    if (done) {
+        EXPECT_EQ(ReadFile(dir.File("out/a")), "new");
+        EXPECT_EQ(ReadFile(dir.File("out/sub/b")), std::string(50000, 'b'));
+        EXPECT_EQ(ReadFile(dir.File("out/sub/deep/c")), "c");
+    }
+    return done;
+}
+
+bool ExtractOne(const LogDir& dir)
+{
+    const support::NoTempFiles watch;
+    char name[300];
+    const std::string directory = dir.File("new");
+    strcpy(name, directory.c_str());
+    const BOOL done = ZKQGeneral_ExtractMyCabOneFile(dir.File("cabinet").c_str(), name, 1);
+    EXPECT_EQ(name, done ? directory + "/sub/b" : directory);
+    return done;
 }
 
 const std::vector<std::string> kEverything = fault::Functions();
@@ -292,12 +487,34 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"profile_write_in_memory", [](const LogDir&) {}, WriteKeyInMemory, {}, {}},
         Scenario{"split", [](const LogDir&) {}, Split, {}, {"strndup"}},
         Scenario{"collect", [](const LogDir&) {}, Collect, {"calloc"}, kEverything},
+        // Twice what is needed may fail as long as what is needed can be had.
+        Scenario{"packet", [](const LogDir&) {}, BuildPacket, {"realloc"}, {}},
+        Scenario{"convert_long_text", [](const LogDir&) {}, ConvertLongText, {}, {}},
+        Scenario{"encode_base64", [](const LogDir&) {}, EncodeText, {}, {}},
+        Scenario{"decode_base64", [](const LogDir&) {}, DecodeText, {}, {}},
+        Scenario{"digest_file", Source, DigestSource, {"close"}, {}},
         Scenario{"log_context",
                  AllOn,
                  MakeContext,
                  {"malloc", "open", "read", "lstat", "fstat", "readlink", "fchmod", "close"},
                  {}},
         Scenario{"log_records", AllOn, WriteRecords, kEverything, kEverything},
+        Scenario{"compress", [](const LogDir&) {}, Compress, {}, {}},
+        Scenario{"decompress", [](const LogDir&) {}, Decompress, {}, {}},
+        Scenario{"compress_allocating",
+                 [](const LogDir&) {},
+                 CompressAllocating,
+                 {"calloc"},
+                 {"malloc", "calloc", "realloc"}},
+        Scenario{"decompress_allocating",
+                 [](const LogDir&) {},
+                 DecompressAllocating,
+                 {"calloc"},
+                 {"malloc", "calloc", "realloc"}},
+        // An older cabinet that cannot be looked at is no cabinet yet.
+        Scenario{"make_cabinet", Tree, MakeCabinet, {"close", "stat"}, {}},
+        Scenario{"extract_cabinet", PackedTree, ExtractCabinet, {"close", "lstat"}, {}},
+        Scenario{"extract_one", PackedTree, ExtractOne, {"close", "lstat"}, {}},
         Scenario{"append_line",
                  [](const LogDir&) {},
                  [](const LogDir& d) { return ZKQGeneral_RecordLogToFile_V(d.File("l").c_str(), "%d", 5) != 0; },
@@ -365,6 +582,100 @@ TEST(Copy, AFullDiskEndsItWithoutANewText)
     EXPECT_TRUE(support::ErrorTextIsMarked());
 }
 
+TEST(Compression, TheCallersBuffersNeedNoMemory)
+{
+    const LogDir dir;
+    for (const char* function : {"malloc", "calloc", "realloc"}) {
+        fault::Arm(function, 0, {ENOMEM, false});
+        EXPECT_TRUE(Compress(dir));
+        EXPECT_TRUE(Decompress(dir));
+        EXPECT_FALSE(fault::Disarm()) << function;
+    }
+}
+
+TEST(Compression, SaysWhatZlibSays)
+{
+    const struct {
+        const char* function;
+        bool (*operation)(const LogDir&);
+        const char* text;
+    } rows[] = {{"deflateInit_", Compress, "insufficient memory"},
+                {"deflateInit_", CompressAllocating, "insufficient memory"},
+                {"deflate", Compress, "stream error"},
+                {"deflate", CompressAllocating, "stream error"},
+                {"inflateInit_", Decompress, "insufficient memory"},
+                {"inflateInit_", DecompressAllocating, "insufficient memory"},
+                {"inflate", Decompress, "insufficient memory"},
+                {"inflate", DecompressAllocating, "insufficient memory"}};
+    const LogDir dir;
+    for (const auto& row : rows) {
+        fault::Arm(row.function, 1, {EINVAL, false});
+        EXPECT_FALSE(row.operation(dir));
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(support::ErrorText(), row.text) << row.function;
+    }
+}
+
+TEST(Compression, TellsSettingUpFromCompressing)
+{
+    unsigned char* data = nullptr;
+    long length = 0;
+    fault::Arm("deflateInit_", 1, {EINVAL, false});
+    EXPECT_EQ(ZKQGeneral_Zlib_CompressBufferEx(Bytes(kPlain), 100, &data, &length), 12);
+    fault::Arm("deflate", 1, {EINVAL, false});
+    EXPECT_EQ(ZKQGeneral_Zlib_CompressBufferEx(Bytes(kPlain), 100, &data, &length), -1);
+    for (const char* function : {"malloc", "calloc"}) {
+        support::MarkErrorText();
+        fault::Arm(function, 1, {ENOMEM, false});
+        EXPECT_EQ(ZKQGeneral_Zlib_CompressBufferEx(Bytes(kPlain), 100, &data, &length), 12) << function;
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_TRUE(support::ErrorTextIsMarked());
+    }
+    EXPECT_EQ(data, nullptr);
+}
+
+TEST(Cabinet, InterruptedAndShortCallsGoOn)
+{
+    for (const char* function : {"read", "write", "pread"}) {
+        for (const bool isShort : {false, true}) {
+            for (int call = 1; call < 12; ++call) {
+                const LogDir dir;
+                Tree(dir);
+                PackedTree(dir);
+                fault::Arm(function, call, {EINTR, isShort});
+                EXPECT_TRUE(ExtractCabinet(dir)) << function << support::ErrorText();
+                unlink(dir.File("cabinet").c_str());
+                EXPECT_TRUE(MakeCabinet(dir)) << function << support::ErrorText();
+                fault::Disarm();
+            }
+        }
+    }
+}
+
+TEST(Cabinet, AFullDiskLeavesNone)
+{
+    for (const int call : {1, 2, 3}) {
+        const LogDir dir;
+        Tree(dir);
+        fault::Arm("write", call, {ENOSPC, false});
+        const bool made = MakeCabinet(dir);
+        EXPECT_EQ(made, !fault::Disarm());
+        EXPECT_TRUE(call > 1 || support::ErrorText() == strerror(ENOSPC));
+    }
+}
+
+TEST(Cabinet, AMemberThatCannotBeReadLeavesAnOlderFile)
+{
+    const LogDir dir;
+    PackedTree(dir);
+    for (const char* function : {"pread", "inflate", "malloc"}) {
+        fault::Arm(function, 0, {EIO, false});
+        EXPECT_FALSE(ExtractCabinet(dir)) << function;
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(ReadFile(dir.File("out/a")), "an older file");
+    }
+}
+
 TEST(MemoryObject, WhoseRoomCannotBeHadIsIgnoredByEveryOperation)
 {
     fault::Arm("malloc", 1, {ENOMEM, false});
@@ -381,6 +692,64 @@ TEST(MemoryObject, WhoseRoomCannotBeHadIsIgnoredByEveryOperation)
     EXPECT_EQ(size, 42);
     ZKQGeneral_MEM_free(object);
     ZKQGeneral_MEM_free(object);
+}
+
+TEST(Packet, EveryAllocationThatCannotBeDoneWithout)
+{
+    void* packet = nullptr;
+    for (const char* function : {"calloc", "realloc"}) {
+        fault::Arm(function, 0, {ENOMEM, false});
+        EXPECT_FALSE(ZKQGeneral_CreateMsgPacket(0, &packet));
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(support::ErrorText(), strerror(ENOMEM));
+        EXPECT_EQ(packet, nullptr);
+    }
+    fault::Arm("realloc", 1, {ENOMEM, false});
+    EXPECT_TRUE(ZKQGeneral_CreateMsgPacket(0, &packet)) << "the room that is needed is less than the one asked for";
+    EXPECT_TRUE(fault::Disarm());
+    const std::string item(2000, 'i');
+    fault::Arm("realloc", 0, {ENOMEM, false});
+    EXPECT_FALSE(ZKQGeneral_MsgPacket_AddBuffer(packet, item.data(), 2000));
+    fault::Disarm();
+    EXPECT_EQ(support::ErrorText(), strerror(ENOMEM));
+    int count = 0;
+    EXPECT_TRUE(ZKQGeneral_MsgPacket_GetCount(packet, &count));
+    EXPECT_EQ(count, 1) << "counted first";
+    EXPECT_FALSE(ZKQGeneral_MsgPacket_GetData(packet, 0, nullptr, &count));
+    EXPECT_EQ(support::ErrorText(), strerror(EBADMSG));
+    ZKQGeneral_DestroyMsgPacket(packet);
+}
+
+TEST(Charset, AConverterThatCannotBeOpenedFailsEverything)
+{
+    for (const char* text : {"ascii", "\xD6\xD0"}) {
+        CloseConverters();
+        char out[16] = "before";
+        int length = sizeof out;
+        fault::Arm("iconv_open", 1, {EMFILE, false});
+        EXPECT_FALSE(ZKQGeneral_AnsiToUTF8(text, out, 2, &length));
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_EQ(support::ErrorText(), strerror(EMFILE));
+        EXPECT_STREQ(out, "before");
+        EXPECT_EQ(length, 16);
+        EXPECT_TRUE(ZKQGeneral_AnsiToUTF8(text, out, 2, &length)) << "and is tried again";
+    }
+}
+
+TEST(Charset, TablesThatCannotBeFilledAreDoneWithout)
+{
+    char out[16];
+    int length = sizeof out;
+    CloseConverters();
+    ASSERT_TRUE(ZKQGeneral_AnsiToUTF8("a", out, 1, &length));
+    fault::Arm("iconv_open", 1, {EMFILE, false}); // the one that the row of this character would be filled with
+    length = sizeof out;
+    EXPECT_TRUE(ZKQGeneral_AnsiToUTF8("\x8B\x41", out, 2, &length));
+    EXPECT_TRUE(fault::Disarm());
+    EXPECT_EQ(std::string(out, static_cast<size_t>(length)), "婣");
+    length = sizeof out;
+    EXPECT_TRUE(ZKQGeneral_AnsiToUTF8("\x8B\x42", out, 2, &length));
+    EXPECT_EQ(std::string(out, static_cast<size_t>(length)), "婤");
 }
 
 TEST(Splitter, LeavesATokenNullThatCannotBeCopied)

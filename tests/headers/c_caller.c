@@ -52,6 +52,27 @@ static void CheckString(void)
     ZKQGeneral_MEM_free(memory);
 }
 
+static void CheckPacket(void)
+{
+    unsigned char bytes[32];
+    MSGDATA packet;
+    void* copy = NULL;
+    int value = 0;
+    Check("msgpacket", ZKQGeneral_CreateMsgPacket2(bytes, sizeof bytes, &packet) == TRUE);
+    Check("msgpacket", ZKQGeneral_MsgPacket_OID_AddInt(&packet, 7, -3) == TRUE && packet.size == 20);
+    Check("msgpacket", ZKQGeneral_InitMsgPacket(bytes, packet.size, 0, &copy) == TRUE);
+    Check("msgpacket", ZKQGeneral_MsgPacket_OID_GetInt(copy, 7, &value) == TRUE && value == -3);
+    ZKQGeneral_DestroyMsgPacket(copy);
+}
+
+static void CheckCharset(void)
+{
+    char text[8];
+    int length = sizeof text;
+    Check("iconv", ZKQGeneral_AnsiToUTF8("\xD6\xD0", text, 2, &length) == TRUE);
+    Check("iconv", length == 3 && memcmp(text, "\xE4\xB8\xAD", 3) == 0);
+}
+
 static void CheckLog(void)
 {
     void* context = NULL;
@@ -61,12 +82,41 @@ static void CheckLog(void)
     ZKQGeneral_FreeLogCtx(context);
 }
 
+static void CheckZlib(void)
+{
+    const unsigned char* text = (const unsigned char*)"text text text";
+    unsigned char* stream = NULL;
+    unsigned char plain[14];
+    long length = 0;
+    Check("zlib", ZKQGeneral_Zlib_CompressBuffer(NULL, 0, NULL, &length) == TRUE && length == 33280);
+    Check("zlib", ZKQGeneral_Zlib_CompressBufferEx(text, 14, &stream, &length) == 0 && length > 8);
+    Check("zlib", ZKQGeneral_Zlib_UnCompressBuffer(stream, length, plain, 14) == TRUE && memcmp(plain, text, 14) == 0);
+    ZKQGeneral_FreeMallocBuffer(stream);
+}
+
+static void* Progress(void* percentage)
+{
+    return percentage;
+}
+
+static void CheckMyCab(void)
+{
+    char name[300] = "/tmp";
+    Check("mycab", ZKQGeneral_MakeMyCabFile_P("/no such directory/x.cab", "/etc/passwd\0", 1, Progress) == FALSE);
+    Check("mycab", ZKQGeneral_ExtractMyCabOneFile("/no such cabinet", name, 0) == FALSE);
+    Check("mycab", strcmp(name, "/tmp") == 0);
+}
+
 int main(void)
 {
     CheckErrorAndFile();
     CheckSystem();
     CheckProfile();
     CheckString();
+    CheckPacket();
+    CheckCharset();
     CheckLog();
+    CheckZlib();
+    CheckMyCab();
     return failures == 0 ? 0 : 1;
 }

@@ -14,6 +14,7 @@ cp -L /etc/passwd "$work/files/going"
 "$zkq" ini set "$work/agent.ini" agent interval 100
 "$zkq" ini set "$work/agent.ini" agent ignore ".tmp, .swp"
 "$zkq" ini set "$work/agent.ini" agent head 32
+"$zkq" ini set "$work/agent.ini" agent archive "$work/files.cab"
 "$zkq" log level --dir "$work/log" agent all
 
 # await TEXT: reads what the agent shows until a line holds the text
@@ -41,11 +42,19 @@ await "gone: going"
 uname -a >"$work/files/coming"
 await "new: coming, $(stat -c %s "$work/files/coming") bytes"
 await "round 40: 2 files"
+await "packed: 0%"
+await "packed: 100%"
+await "2 files are in $work/files.cab, with their digests"
 await "done"
 cat <&3 >>"$work/shown"
 wait "$agent_process"
 
 diff "$work/shown" "$work/log/agent.log"
+[ ! -e "$work/files.cab.check" ] || { echo "agent: it left what it checked"; exit 1; }
+"$zkq" cab test -q "$work/files.cab" >/dev/null
+"$zkq" cab extract -q "$work/files.cab" -d "$work/unpacked"
+rm "$work/files/ignored.tmp"
+diff -r "$work/files" "$work/unpacked"
 if grep -q ignored.tmp "$work/shown"; then
     echo "agent: it saw what it was to ignore"
     exit 1

@@ -58,7 +58,7 @@ inline void EnterPrivateMounts()
 {
     if (unshare(CLONE_NEWNS) != 0)
         SkipChild("unshare");
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0)
         SkipChild("private mounts");
 }
 

@@ -24,12 +24,15 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file; do
+for group in ini log file packet b64 z cab; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
     done
 done
+offers "$(from_help conv)" conv -
+offers "$(from_help md5)" md5 -
+offers "$(from_help md5)" md5 --check -
 offers 'ini' i
 offers 'sections set' ini se
 
@@ -69,6 +72,37 @@ offers '' file copy other.txt other.txt ''
 offers 'logs' file mkdirs l
 offers 'logs' file rmtree --yes l
 offers '' file temp ''
+offers 'other.txt' packet dump o
+offers '' packet dump other.txt ''
+offers 'other.txt' conv o
+offers 'other.txt' conv --from GBK --to UTF-8 o
+offers 'other.txt' conv other.txt -o o
+offers '' conv other.txt ''
+offers 'UCS-2LE UTF-8' conv --from U
+offers 'GBK' conv --from UTF-8 --to G
+
+# Encodings.
+offers 'other.txt' b64 encode o
+offers 'other.txt' b64 decode -o o
+offers '' b64 encode --columns ''
+offers 'other.txt' b64 encode --columns 4 o
+offers '' b64 encode other.txt ''
+offers 'other.txt' md5 o
+offers 'other.txt' md5 --check other.txt o
+
+# Compression and cabinets.
+offers 'other.txt' z compress o
+offers 'other.txt' z decompress --output o
+offers '' z compress other.txt ''
+printf 'x\n' >other.txt
+"$ZKQ" cab make c.cab other.txt 'my file.ini'
+offers 'c.cab' cab list c
+offers 'logs' cab extract -d l
+offers 'c.cab' cab extract --dir logs c
+offers 'my\ file.ini other.txt' cab extract c.cab ''
+offers 'my\ file.ini' cab extract --dir logs c.cab other.txt m
+offers 'other.txt' cab make new.cab my\\ file.ini o
+offers '' cab extract none.cab ''
 offers '' nothing ''
 offers '' nothing at all ''
 

@@ -22,11 +22,11 @@ expect_help() {
 status=0
 run --help
 expect_equal "$status" 0
-expect_equal "$(listed | xargs)" 'ini log file'
+expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab'
 for group in $(listed); do
     expect_help "$group"
     commands=$(listed)
-    [[ -n $commands ]] || fail "$group has no commands"
+    [[ -n $commands || $group == conv || $group == md5 ]] || fail "$group has no commands"
     for command in $commands; do
         expect_help "$group" "$command"
     done
@@ -49,8 +49,10 @@ expect_equal "$status" 2
 
 # A result that reaches nobody is a failure.
 printf '[S]\nk=1\n' >s.ini
+"$ZKQ" cab make s.cab s.ini
 for command in '--help' 'ini get --help' '--version' 'ini get s.ini S k' 'ini sections s.ini' 'ini keys s.ini S' \
-    'log tail s.ini' 'log level demo'; do
+    'log tail s.ini' 'log level demo' 'b64 encode s.ini' 'md5 s.ini' 'z compress s.ini' 'cab list s.cab' \
+    'cab list -l s.cab' 'cab test s.cab'; do
     status=0
     # shellcheck disable=SC2086
     "$ZKQ" $command >/dev/full 2>err || status=$?

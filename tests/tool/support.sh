@@ -86,10 +86,11 @@ has_terminal() {
     }
 }
 
-# Runs a command line on a terminal of its own, with the given line typed into it.
+# Runs a command line on a terminal of its own, with the given line typed into it; nothing if it is empty.
 on_terminal() {
     local typed=$1
     shift
     status=0
-    script -qec "$(printf '%q ' "$@")" /dev/null <<<"$typed" >out 2>err || status=$?
+    # What nobody reads would keep the terminal open for seconds.
+    printf '%s' "${typed:+$typed$'\n'}" | script -qec "$(printf '%q ' "$@")" /dev/null >out 2>err || status=$?
 }

@@ -7,3 +7,9 @@
 void AddIniCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddFileCommands(CLI::App& app);
+void AddPacketCommands(CLI::App& app);
+void AddConvCommand(CLI::App& app);
+void AddBase64Commands(CLI::App& app);
+void AddMd5Command(CLI::App& app);
+void AddZCommands(CLI::App& app);
+void AddCabCommands(CLI::App& app);

@@ -22,6 +22,12 @@ void AddCommands(CLI::App& app)
     AddIniCommands(app);
     AddLogCommands(app);
     AddFileCommands(app);
+    AddPacketCommands(app);
+    AddConvCommand(app);
+    AddBase64Commands(app);
+    AddMd5Command(app);
+    AddZCommands(app);
+    AddCabCommands(app);
     UnguardOptions(app);
 }
 
@@ -58,6 +64,8 @@ int Run(CLI::App& app, std::vector<std::string> arguments)
     int status = kSuccess;
     try {
         app.parse(std::move(arguments));
+    } catch (const CLI::RuntimeError& error) { // a command that has told its reasons itself
+        status = error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         status = Answer(app, error);
     }
@@ -71,7 +79,7 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs and files, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, logs, files and archives, handled as libZKQ_general handles them.", "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

@@ -37,18 +37,18 @@ _zkq_offer_listed() {
     _zkq_offer < <("$program" "$@" 2>/dev/null)
 }
 
-# Sorts the words before the cursor into the array "positionals" and the log directory "dir"; options that take a value
-# swallow the next word.
+# Sorts the words from a number up to the cursor into the array "positionals" and the log directory "dir"; options that take
+# a value swallow the next word.
 _zkq_read_words() {
     local i word
-    for ((i = 3; i < COMP_CWORD; ++i)); do
+    for ((i = $1; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         case $word in
             --dir)
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --from | --to | --columns | --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -63,13 +63,24 @@ _zkq_options() {
         'log level') _zkq_offer_words --dir --help ;;
         'file copy') _zkq_offer_words --no-clobber --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
+        'packet dump') _zkq_offer_words --oid --help ;;
+        conv) _zkq_offer_words --from --to --output --help ;;
+        'b64 encode') _zkq_offer_words --columns --output --help ;;
+        'b64 decode') _zkq_offer_words --output --help ;;
+        md5) _zkq_offer_words --check --quiet --status --help ;;
+        'z '*) _zkq_offer_words --output --help ;;
+        'cab make') _zkq_offer_words --no-top-files --quiet --help ;;
+        'cab list') _zkq_offer_words --long --help ;;
+        'cab extract') _zkq_offer_words --dir --quiet --help ;;
+        'cab test') _zkq_offer_words --quiet --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
 
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
-        'ini '*' 0' | 'log tail 0' | 'file copy '[01]) _zkq_offer_paths -f ;;
+        'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
+        'b64 '*' 0' | 'md5 '*) _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -81,16 +92,21 @@ _zkq_positional() {
             ;;
         'log level 1') _zkq_offer_words off all debug info warn error ;;
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
+        'z '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
+        'cab extract '*) _zkq_offer_listed cab list -- "${positionals[0]}" ;;
     esac
 }
 
+# Completes behind a command of so many words.
 _zkq_command() {
     local command=$1 dir=. positionals=()
-    _zkq_read_words
+    _zkq_read_words "$2"
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-        --dir) _zkq_offer_paths -d ;;
+        --dir | -d) _zkq_offer_paths -d ;;
+        --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
-        --default | --project | --lines | -n) ;;
+        --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
+        --default | --project | --lines | -n | --columns) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -104,15 +120,25 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
                 file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
+                packet) _zkq_offer_words dump --help ;;
+                b64) _zkq_offer_words encode decode --help ;;
+                z) _zkq_offer_words compress decompress --help ;;
+                cab) _zkq_offer_words make list extract test --help ;;
+                conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
-        *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" ;;
+        *)
+            case ${COMP_WORDS[1]} in
+                conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+                *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3 ;;
+            esac
+            ;;
     esac
 }
 

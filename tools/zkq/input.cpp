@@ -1,0 +1,33 @@
+#include "input.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdio.h>
+
+#include <memory>
+
+#include "failure.h"
+
+std::string InputName(const std::string& file)
+{
+    return file.empty() ? "standard input" : file;
+}
+
+std::string ReadInput(const std::string& file)
+{
+    const std::string what = "cannot read " + InputName(file);
+    const std::unique_ptr<FILE, int (*)(FILE*)> opened(file.empty() ? nullptr : fopen(file.c_str(), "rbe"), fclose);
+    FILE* const stream = file.empty() ? stdin : opened.get();
+    if (stream == nullptr)
+        throw SystemFailure(what, errno);
+    std::string bytes;
+    char block[65536];
+    while (const size_t size = fread(block, 1, sizeof block, stream)) {
+        bytes.append(block, size);
+        if (bytes.size() > INT_MAX)
+            throw SystemFailure(what, EFBIG);
+    }
+    if (ferror(stream))
+        throw SystemFailure(what, errno);
+    return bytes;
+}
