@@ -51,7 +51,7 @@ private:
     {
         if (count >= kMaxText - size_)
             return false;
-        const size_t capacity = std::max(size_ + count + 1, 2 * size_) + 256;
+        const size_t capacity = std::min(std::max(size_ + count + 1, 2 * size_) + 256, kMaxText);
         char* const grown = static_cast<char*>(realloc(text_.get(), capacity));
         if (grown == nullptr)
             return false;
@@ -126,14 +126,28 @@ char* PutEscape(unsigned char byte, char* to)
     return to;
 }
 
+/// How long a text can become with its escapes: exactly, if guessing would take much memory.
+size_t MostWritten(std::string_view text)
+{
+    constexpr size_t kLongestEscape = 6;
+    constexpr size_t kShort = 4096;
+    if (text.size() <= kShort)
+        return kLongestEscape * text.size();
+    size_t length = text.size();
+    for (const char c : text) {
+        const char escape = kEscapes[static_cast<unsigned char>(c)];
+        length += escape == 0 ? 0 : escape == 'u' ? kLongestEscape - 1 : 1;
+    }
+    return length;
+}
+
 /// Writes a string in quotation marks; null is written as nothing.
 bool cJSON_Misc_Print_String_Ptr(const char* str, Output* output)
 {
     if (str == nullptr)
         return true;
-    constexpr size_t kLongestEscape = 6;
     const std::string_view text = ShortText(str);
-    char* to = output->Reserve(kLongestEscape * text.size() + 2);
+    char* to = output->Reserve(MostWritten(text) + 2);
     if (to == nullptr)
         return false;
     *to++ = '"';
@@ -203,7 +217,9 @@ bool PutFormatted(const char* format, double value, Output* output)
     if (to == nullptr)
         return false;
     for (size_t i = 0; i < length;) {
-        const auto isPlain = [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || c == '-' || c == '+'; };
+        const auto isPlain = [](char c) {
+            return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || c == '-' || c == '+';
+        };
         if (isPlain(text[i])) {
             *to++ = text[i++];
             continue;
