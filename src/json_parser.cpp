@@ -387,7 +387,7 @@ int cJSON_Misc_CreateNode(int Type, cJSON** Node)
 void cJSON_Misc_Delete(cJSON* c)
 {
     NodePool* const pool = c == nullptr || c->place == 0 ? nullptr : BlockOf(c, c->place)->pool;
-    if (pool != nullptr && pool->isPure && pool->root == c)
+    if (pool != nullptr && pool->isPure && pool->root == c && c->next == nullptr && (c->type & kJsonNotOwned) == 0)
         return DestroyPool(pool);
     while (c != nullptr) {
         cJSON* next = c->next;

@@ -183,7 +183,8 @@ TEST(JsonSearch, AddsWhatIsMissingAsEmptyObjects)
     EXPECT_EQ(Node(doc, "a/b/c"), node);
     Added(doc, "a/d");
     Added(doc, "//e//f//");
-    EXPECT_EQ(doc.Close(), "{\n\t\"a\":{\n\t\t\"b\":{\n\t\t\t\"c\":{}\n\t\t},\n\t\t\"d\":{}\n\t},\n\t\"e\":{\n\t\t\"f\":{}\n\t}\n}");
+    EXPECT_EQ(doc.Close(),
+              "{\n\t\"a\":{\n\t\t\"b\":{\n\t\t\t\"c\":{}\n\t\t},\n\t\t\"d\":{}\n\t},\n\t\"e\":{\n\t\t\"f\":{}\n\t}\n}");
 }
 
 TEST(JsonSearch, AddsBehindWhatWasRead)
@@ -240,7 +241,8 @@ TEST(JsonSet, ReplacesWhatANodeWas)
     EXPECT_EQ(JSON_Misc_SetInt(doc, "a", 1), 0);
     EXPECT_EQ(JSON_Misc_SetInt(doc, "d", 2), 0);
     EXPECT_EQ(String(doc, "a"), "a") << "an integer leaves the text";
-    EXPECT_EQ(doc.Close(), "{\n\t\"a\":1,\n\t\"b\":\"b\",\n\t\"c\":\"c\",\n\t\"d\":2,\n\t\"f\":\"f\",\n\t\"g\":\"g\"\n}");
+    EXPECT_EQ(doc.Close(),
+              "{\n\t\"a\":1,\n\t\"b\":\"b\",\n\t\"c\":\"c\",\n\t\"d\":2,\n\t\"f\":\"f\",\n\t\"g\":\"g\"\n}");
 }
 
 TEST(JsonSet, TheDocumentItself)

@@ -95,25 +95,25 @@ void ExpectRows(const Row (&rows)[N])
 
 TEST(JsonText, Values)
 {
-    const Row rows[] = {{"null", "null"},
-                        {"true", "true"},
-                        {"false", "false"},
-                        {"0", "0"},
-                        {"\"a\"", "\"a\""},
-                        {"[]", "[]"},
-                        {"{}", "{}"},
-                        {"[ \t\r\n]", "[]"},
-                        {"{ \x01\x1f }", "{}"},
-                        {"[1,2]", "[1, 2]"},
-                        {"[[],{}]", "[[], {}]"},
-                        {"{\"a\":{}}", "{\n\t\"a\":{}\n}"},
-                        {"{\"a\":[]}", "{\n\t\"a\":[]\n}"},
-                        {"{\"a\":1,\"b\":[1,2],\"c\":{\"d\":\"x\"}}",
-                         "{\n\t\"a\":1,\n\t\"b\":[1, 2],\n\t\"c\":{\n\t\t\"d\":\"x\"\n\t}\n}"},
-                        {"[{\"a\":1},{\"b\":[{\"c\":2}]}]",
-                         "[{\n\t\t\"a\":1\n\t}, {\n\t\t\"b\":[{\n\t\t\t\t\"c\":2\n\t\t\t}]\n\t}]"},
-                        {"{\"a\":1,\"a\":2,\"\":3}", "{\n\t\"a\":1,\n\t\"a\":2,\n\t\"\":3\n}"},
-                        {"{\"\\n\\u0001\\\"\":null}", "{\n\t\"\\n\\u0001\\\"\":null\n}"}};
+    const Row rows[] = {
+        {"null", "null"},
+        {"true", "true"},
+        {"false", "false"},
+        {"0", "0"},
+        {"\"a\"", "\"a\""},
+        {"[]", "[]"},
+        {"{}", "{}"},
+        {"[ \t\r\n]", "[]"},
+        {"{ \x01\x1f }", "{}"},
+        {"[1,2]", "[1, 2]"},
+        {"[[],{}]", "[[], {}]"},
+        {"{\"a\":{}}", "{\n\t\"a\":{}\n}"},
+        {"{\"a\":[]}", "{\n\t\"a\":[]\n}"},
+        {"{\"a\":1,\"b\":[1,2],\"c\":{\"d\":\"x\"}}",
+         "{\n\t\"a\":1,\n\t\"b\":[1, 2],\n\t\"c\":{\n\t\t\"d\":\"x\"\n\t}\n}"},
+        {"[{\"a\":1},{\"b\":[{\"c\":2}]}]", "[{\n\t\t\"a\":1\n\t}, {\n\t\t\"b\":[{\n\t\t\t\t\"c\":2\n\t\t\t}]\n\t}]"},
+        {"{\"a\":1,\"a\":2,\"\":3}", "{\n\t\"a\":1,\n\t\"a\":2,\n\t\"\":3\n}"},
+        {"{\"\\n\\u0001\\\"\":null}", "{\n\t\"\\n\\u0001\\\"\":null\n}"}};
     ExpectRows(rows);
 }
 
@@ -134,21 +134,22 @@ TEST(JsonText, BlanksAreAllBytesFrom1To32)
 
 TEST(JsonText, WhatFollowsTheValueIsNotLookedAt)
 {
-    const Row rows[] = {{"{} x", "{}"},         {"{\"a\":1} trailing", "{\n\t\"a\":1\n}"},
-                        {"nullx", "null"},      {"truefalse", "true"},
-                        {"falsey", "false"},    {"1 2", "1"},
-                        {"[1]]", "[1]"},        {"\"a\"b", "\"a\""},
-                        {"1.", "1"},            {"1.e5", "1"},
-                        {"1e", "1"},            {"1e+", "1"},
-                        {"12-3", "12"},         {"1.5.5", "1.500000"}};
+    const Row rows[] = {{"{} x", "{}"},      {"{\"a\":1} trailing", "{\n\t\"a\":1\n}"},
+                        {"nullx", "null"},   {"truefalse", "true"},
+                        {"falsey", "false"}, {"1 2", "1"},
+                        {"[1]]", "[1]"},     {"\"a\"b", "\"a\""},
+                        {"1.", "1"},         {"1.e5", "1"},
+                        {"1e", "1"},         {"1e+", "1"},
+                        {"12-3", "12"},      {"1.5.5", "1.500000"}};
     ExpectRows(rows);
 }
 
 TEST(JsonText, KeywordsAreOnlyTheirBytesAlsoInContainers)
 {
-    const Row rows[] = {{"[nullx]", "(-8)"},   {"[null]", "[null]"},  {"[nul]", "(-8)"},   {"nul", "(-8)"},
-                        {"Null", "(-8)"},      {"TRUE", "(-8)"},      {"tru", "(-8)"},     {"fals", "(-8)"},
-                        {"[true,false,null]", "[true, false, null]"}, {"[true1]", "(-8)"}, {"NaN", "(-8)"}};
+    const Row rows[] = {{"[nullx]", "(-8)"}, {"[null]", "[null]"}, {"[nul]", "(-8)"},
+                        {"nul", "(-8)"},     {"Null", "(-8)"},     {"TRUE", "(-8)"},
+                        {"tru", "(-8)"},     {"fals", "(-8)"},     {"[true,false,null]", "[true, false, null]"},
+                        {"[true1]", "(-8)"}, {"NaN", "(-8)"}};
     ExpectRows(rows);
     EXPECT_EQ(Integer("true"), 1);
     EXPECT_EQ(Integer("false"), 0);
@@ -157,13 +158,52 @@ TEST(JsonText, KeywordsAreOnlyTheirBytesAlsoInContainers)
 
 TEST(JsonText, WhatIsNoValueFails)
 {
-    for (const char* text :
-         {"",      " ",        "x",         "+1",      ".5",      "]",           "}",           ",",         ":",
-          "'a'",   "[",        "[1",        "[1,",     "[1,]",    "[,1]",        "[1 2]",       "[1,,2]",    "{",
-          "{\"a",  "{\"a\"",   "{\"a\":",   "{\"a\":1", "{\"a\":1,", "{\"a\":1,}", "{a:1}",       "{\"a\" 1}", "{1:1}",
-          "{,}",   "{\"a\":}", "{\"a\"::1}", "[1}",     "{\"a\":1]", "{\"a\":1 \"b\":2}", "{\"a\":1;}", "[.5]",      "[+1]",
-          "[00]",  "[1e5.5]",  "[1.]",      "[[[",     "[[]",     "{\"a\":{}",   "[{\"a\":[1,2}]", "/**/1",   "[\"a]",
-          "\x80"}) {
+    for (const char* text : {"",
+                             " ",
+                             "x",
+                             "+1",
+                             ".5",
+                             "]",
+                             "}",
+                             ",",
+                             ":",
+                             "'a'",
+                             "[",
+                             "[1",
+                             "[1,",
+                             "[1,]",
+                             "[,1]",
+                             "[1 2]",
+                             "[1,,2]",
+                             "{",
+                             "{\"a",
+                             "{\"a\"",
+                             "{\"a\":",
+                             "{\"a\":1",
+                             "{\"a\":1,",
+                             "{\"a\":1,}",
+                             "{a:1}",
+                             "{\"a\" 1}",
+                             "{1:1}",
+                             "{,}",
+                             "{\"a\":}",
+                             "{\"a\"::1}",
+                             "[1}",
+                             "{\"a\":1]",
+                             "{\"a\":1 \"b\":2}",
+                             "{\"a\":1;}",
+                             "[.5]",
+                             "[+1]",
+                             "[00]",
+                             "[1e5.5]",
+                             "[1.]",
+                             "[[[",
+                             "[[]",
+                             "{\"a\":{}",
+                             "[{\"a\":[1,2}]",
+                             "/**/1",
+                             "[\"a]",
+                             "\x80"}) {
         EXPECT_EQ(Rewritten(text), "(-8)") << text;
         ExpectAsModel(text);
     }
@@ -236,11 +276,23 @@ TEST(JsonNumber, Forms)
     for (const Row& row : rows)
         ExpectAsModel(row.text);
     EXPECT_EQ(Rewritten("00"), "0") << "the second 0 is what follows";
-    const Row certain[] = {{"-", "0"}, {"-0", "0"}, {"01", "1"}, {"0123", "123"}, {"1.5", "1.500000"}, {"1e3", "1000"},
-                           {"3000000000", "3000000000"}, {"1e-7", "1.000000e-07"}, {"12345678901.5", "1.234568e+10"},
-                           {"-2147483648", "-2147483648"}, {"2147483648", "2147483648"}, {"1e60", "1.000000e+60"},
-                           {"0.000001", "0.000001"}, {"999999999.5", "999999999.500000"}, {"-.5", "-0.500000"},
-                           {"2147483647.5", "2.147484e+09"}, {"1e18", "1000000000000000000"}};
+    const Row certain[] = {{"-", "0"},
+                           {"-0", "0"},
+                           {"01", "1"},
+                           {"0123", "123"},
+                           {"1.5", "1.500000"},
+                           {"1e3", "1000"},
+                           {"3000000000", "3000000000"},
+                           {"1e-7", "1.000000e-07"},
+                           {"12345678901.5", "1.234568e+10"},
+                           {"-2147483648", "-2147483648"},
+                           {"2147483648", "2147483648"},
+                           {"1e60", "1.000000e+60"},
+                           {"0.000001", "0.000001"},
+                           {"999999999.5", "999999999.500000"},
+                           {"-.5", "-0.500000"},
+                           {"2147483647.5", "2.147484e+09"},
+                           {"1e18", "1000000000000000000"}};
     ExpectRows(certain);
 }
 
@@ -341,7 +393,8 @@ TEST(JsonNumber, HalvesOfTheSixthDigitAreRoundedAsPrintfDoes)
 TEST(JsonNumber, APointWhateverTheLocale)
 {
     const char* chosen = nullptr;
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "fr_FR.utf8", "ru_RU.UTF-8", "es_ES.UTF-8"})
+    for (const char* name :
+         {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "fr_FR.utf8", "ru_RU.UTF-8", "es_ES.UTF-8"})
         if (chosen == nullptr)
             chosen = setlocale(LC_ALL, name);
     if (chosen == nullptr)
@@ -486,7 +539,9 @@ std::string SmallNumber(std::mt19937& random)
 /// A random value as text; names and texts need escapes, numbers may be anything.
 std::string RandomValue(std::mt19937& random, int depth)
 {
-    const auto text = [&] { return "\"" + RandomBytes(random, "abc\xC3\xA9/", 20) + (random() % 4 ? "" : "\\n\\\"") + "\""; };
+    const auto text = [&] {
+        return "\"" + RandomBytes(random, "abc\xC3\xA9/", 20) + (random() % 4 ? "" : "\\n\\\"") + "\"";
+    };
     switch (random() % (depth > 0 ? 7 : 5)) {
     case 0:
         return "true";
