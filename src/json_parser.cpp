@@ -124,8 +124,10 @@ inline cJSON* Parser::NewNode()
 {
     PoolPlace place;
     void* const room = pool_.Allocate<cJSON>(&place);
-    if (room == nullptr)
+    if (room == nullptr) {
+        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem);
         return nullptr;
+    }
     auto* const node = new (room) cJSON{};
     node->place = place;
     return node;
@@ -334,11 +336,13 @@ int Parser::Parse(const char* text, cJSON** root)
 {
     const size_t length = strlen(text);
     next_ = pool_.CopySource(text, length);
-    cJSON* const first = next_ == nullptr ? nullptr : NewNode();
-    if (first == nullptr) {
+    if (next_ == nullptr) {
         General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem);
         return kJsonNoMemory;
     }
+    cJSON* const first = NewNode();
+    if (first == nullptr)
+        return kJsonNoMemory;
     end_ = next_ + length;
     Skip();
     cJSON* container = nullptr;

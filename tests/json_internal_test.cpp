@@ -67,8 +67,8 @@ TEST(JsonNode, FieldsOfEveryKind)
         double number;
         const char* text;
         int children;
-    } rows[] = {{"a", 2, 0, 0, nullptr, 0},  {"b", 0, 0, 0, nullptr, 0},    {"c", 1, 1, 0, nullptr, 0},
-                {"d", 3, -1, -1.5, nullptr, 0}, {"e", 4, 0, 0, "t\n", 0}, {"f", 5, 0, 0, nullptr, 2},
+    } rows[] = {{"a", 2, 0, 0, nullptr, 0},     {"b", 0, 0, 0, nullptr, 0}, {"c", 1, 1, 0, nullptr, 0},
+                {"d", 3, -1, -1.5, nullptr, 0}, {"e", 4, 0, 0, "t\n", 0},   {"f", 5, 0, 0, nullptr, 2},
                 {"g", 6, 0, 0, nullptr, 1}};
     EXPECT_EQ(root->type, 6);
     EXPECT_EQ(root->next, nullptr);
@@ -105,9 +105,17 @@ TEST(JsonNode, IsCreatedEmpty)
 {
     for (const int type : {0, 1, 2, 3, 4, 5, 6}) {
         cJSON* const node = Created(type);
-        const cJSON expected = {.next = nullptr, .prev = nullptr, .child = nullptr, .type = type, .place = 0,
-                                .valuestring = nullptr, .valueint = 0, .valuedouble = 0, .string = nullptr,
-                                .bArray = 0, .last = nullptr};
+        const cJSON expected = {.next = nullptr,
+                                .prev = nullptr,
+                                .child = nullptr,
+                                .type = type,
+                                .place = 0,
+                                .valuestring = nullptr,
+                                .valueint = 0,
+                                .valuedouble = 0,
+                                .string = nullptr,
+                                .bArray = 0,
+                                .last = nullptr};
         EXPECT_EQ(memcmp(&node->next, &expected.next, offsetof(cJSON, bArray) + sizeof(int)), 0) << type;
         cJSON_Misc_Delete(node);
     }
@@ -194,8 +202,8 @@ TEST(JsonNode, NumbersThatDisagree)
         node->valueint = JsonInteger(value);
         char expected[512];
         const char* const format = std::abs(node->valueint - value) <= 2.220446049250313e-16 ? nullptr
-                                   : floor(value) == value && std::abs(value) < 1e60        ? "%.0f"
-                                   : std::abs(value) < 1e-6 || std::abs(value) > 1e9        ? "%e"
+                                   : floor(value) == value && std::abs(value) < 1e60         ? "%.0f"
+                                   : std::abs(value) < 1e-6 || std::abs(value) > 1e9         ? "%e"
                                                                                              : "%f";
         snprintf(expected, sizeof expected, format == nullptr ? "%.0f" : format, // NOLINT
                  format == nullptr ? node->valueint : value);
@@ -432,26 +440,23 @@ TEST_F(JsonLog, EveryOtherFailure)
         std::function<int()> call;
         int code;
         const char* text;
-    } rows[] = {{[&] { return JSON_Misc_InitJSON("{\"a\":}", &ctx); }, -8, "JSon解析失败！"},
-                {[&] { return JSON_Misc_InitJSON("", &ctx); }, -8, "JSon解析失败！"},
-                {[&] { return JSON_Misc_SetHexData(doc_, "a", &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
-                {[&] { return JSON_Misc_SetB64Data(doc_, "a", &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
-                {[&] { return JSON_Misc_SetHexArray(doc_, &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
-                {[&] { return JSON_Misc_SetB64Array(doc_, &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
-                {[&] { return JSON_Misc_GetArrayInfo(doc_, "a", &number, &list); }, EINVAL,
-                 "指定的路径节点不是Array类型！"},
-                {[&] { return JSON_Misc_GetArrayInfo(doc_, "none", &number, &list); }, EINVAL,
-                 "指定的路径节点不是Array类型！"},
-                {[&] { return JSON_Misc_GetHexData(doc_, "odd", &bytes, &number); }, EINVAL,
-                 "Hex数据长度必须是2的倍数，否则无法转换！"},
-                {[&] { return JSON_Misc_GetHexArray(node("odd"), &bytes, &number); }, EINVAL,
-                 "Hex数据长度必须是2的倍数，否则无法转换！"},
-                {[&] { return JSON_Misc_GetB64Data(doc_, "bad", &bytes, &number); }, EINVAL,
-                 "为字节数组做Base64解码时失败！"},
-                {[&] { return JSON_Misc_GetB64Array(node("bad"), &bytes, &number); }, EINVAL,
-                 "为字节数组做Base64解码时失败！"},
-                {[&] { return JSON_Misc_GetString(doc_, "a", nullptr); }, EINVAL, "Invalid argument"},
-                {[&] { return JSON_Misc_SetHexData(doc_, "a", nullptr, 1); }, EINVAL, "Invalid argument"}};
+    } rows[] = {
+        {[&] { return JSON_Misc_InitJSON("{\"a\":}", &ctx); }, -8, "JSon解析失败！"},
+        {[&] { return JSON_Misc_InitJSON("", &ctx); }, -8, "JSon解析失败！"},
+        {[&] { return JSON_Misc_SetHexData(doc_, "a", &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
+        {[&] { return JSON_Misc_SetB64Data(doc_, "a", &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
+        {[&] { return JSON_Misc_SetHexArray(doc_, &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
+        {[&] { return JSON_Misc_SetB64Array(doc_, &byte, -1); }, EINVAL, "字节数组长度不能小于0！"},
+        {[&] { return JSON_Misc_GetArrayInfo(doc_, "a", &number, &list); }, EINVAL, "指定的路径节点不是Array类型！"},
+        {[&] { return JSON_Misc_GetArrayInfo(doc_, "none", &number, &list); }, EINVAL, "指定的路径节点不是Array类型！"},
+        {[&] { return JSON_Misc_GetHexData(doc_, "odd", &bytes, &number); }, EINVAL,
+         "Hex数据长度必须是2的倍数，否则无法转换！"},
+        {[&] { return JSON_Misc_GetHexArray(node("odd"), &bytes, &number); }, EINVAL,
+         "Hex数据长度必须是2的倍数，否则无法转换！"},
+        {[&] { return JSON_Misc_GetB64Data(doc_, "bad", &bytes, &number); }, EINVAL, "为字节数组做Base64解码时失败！"},
+        {[&] { return JSON_Misc_GetB64Array(node("bad"), &bytes, &number); }, EINVAL, "为字节数组做Base64解码时失败！"},
+        {[&] { return JSON_Misc_GetString(doc_, "a", nullptr); }, EINVAL, "Invalid argument"},
+        {[&] { return JSON_Misc_SetHexData(doc_, "a", nullptr, 1); }, EINVAL, "Invalid argument"}};
     for (const auto& row : rows)
         EXPECT_EQ(Logged([&] { EXPECT_EQ(row.call(), row.code); }), Lines{row.text});
 }
