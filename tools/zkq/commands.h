@@ -13,3 +13,4 @@ void AddBase64Commands(CLI::App& app);
 void AddMd5Command(CLI::App& app);
 void AddZCommands(CLI::App& app);
 void AddCabCommands(CLI::App& app);
+void AddJsonCommands(CLI::App& app);

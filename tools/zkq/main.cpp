@@ -28,6 +28,7 @@ void AddCommands(CLI::App& app)
     AddMd5Command(app);
     AddZCommands(app);
     AddCabCommands(app);
+    AddJsonCommands(app);
     UnguardOptions(app);
 }
 
