@@ -6,6 +6,10 @@
 
 #include <array>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "internal/guards.h"
 #include "internal/json.h"
 #include "internal/text.h"
@@ -126,6 +130,28 @@ char* PutEscape(unsigned char byte, char* to)
     return to;
 }
 
+/// Copies bytes up to the next one that is escaped, or to the end.
+inline void CopyPlain(const char** next, const char* end, char** to)
+{
+    const char* from = *next;
+    char* place = *to;
+#ifdef __SSE2__
+    for (; end - from >= static_cast<ptrdiff_t>(sizeof(__m128i)); from += sizeof(__m128i), place += sizeof(__m128i)) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+        const __m128i controls = _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(31)), bytes);
+        const __m128i marks =
+            _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+        if (_mm_movemask_epi8(_mm_or_si128(controls, marks)) != 0)
+            break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(place), bytes);
+    }
+#endif
+    while (from != end && kEscapes[static_cast<unsigned char>(*from)] == 0)
+        *place++ = *from++;
+    *next = from;
+    *to = place;
+}
+
 /// How long a text can become with its escapes: exactly, if guessing would take much memory.
 size_t MostWritten(std::string_view text)
 {
@@ -151,12 +177,12 @@ bool cJSON_Misc_Print_String_Ptr(const char* str, Output* output)
     if (to == nullptr)
         return false;
     *to++ = '"';
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (kEscapes[byte] == 0)
-            *to++ = c;
-        else
-            to = PutEscape(byte, to);
+    const char* const end = text.data() + text.size();
+    for (const char* from = text.data();;) {
+        CopyPlain(&from, end, &to);
+        if (from == end)
+            break;
+        to = PutEscape(static_cast<unsigned char>(*from++), to);
     }
     *to++ = '"';
     output->Advance(to);

@@ -109,8 +109,7 @@ public:
     {
         const std::string text = Take();
         const auto value = support::json::Read(text);
-        REQUIRE(JSON_Misc_InitJSON(text.empty() ? nullptr : text.c_str(), &ctx_) ==
-                (text.empty() || value ? 0 : -8));
+        REQUIRE(JSON_Misc_InitJSON(text.empty() ? nullptr : text.c_str(), &ctx_) == (text.empty() || value ? 0 : -8));
         if (ctx_ == nullptr)
             return;
         if (value && !text.empty())
@@ -208,8 +207,8 @@ private:
         const std::string bytes = Take();
         const auto* const data = reinterpret_cast<const unsigned char*>(bytes.data());
         const bool is_hex = bytes.size() % 2 == 0;
-        REQUIRE((is_hex ? JSON_Misc_SetHexData
-                        : JSON_Misc_SetB64Data)(here_, path.c_str(), data, static_cast<int>(bytes.size())) == 0);
+        REQUIRE((is_hex ? JSON_Misc_SetHexData : JSON_Misc_SetB64Data)(here_, path.c_str(), data,
+                                                                       static_cast<int>(bytes.size())) == 0);
         BecomeText(Find(model_, path, true), is_hex ? Hex(bytes) : support::model::Encode(bytes, 0));
     }
 

@@ -1,6 +1,6 @@
 // zkq json: values of JSON files, by their paths.
-#include <ZKQ_general/json.h>
 #include <ZKQ_general/error.h>
+#include <ZKQ_general/json.h>
 #include <errno.h>
 #include <string.h>
 
@@ -261,9 +261,8 @@ void List(const Names& names)
     if (array[0] != '[')
         throw Failure("cannot list " + names.path + " in " + names.file, "Not an array");
     const std::vector<std::string_view> elements = PartsOf(array);
-    const bool are_records = !elements.empty() && std::all_of(elements.begin(), elements.end(), [](std::string_view e) {
-        return e[0] == '{';
-    });
+    const bool are_records = !elements.empty() && std::all_of(elements.begin(), elements.end(),
+                                                              [](std::string_view e) { return e[0] == '{'; });
     if (are_records)
         return PrintRecords(elements);
     for (const std::string_view element : elements)
@@ -274,7 +273,8 @@ void AddReading(CLI::App& json)
 {
     CLI::App* get = json.add_subcommand("get", "Print a value: a string as it is, others as JSON");
     const SharedNames names = AddFileAndPath(get);
-    CLI::Option* hex = get->add_flag("--hex", names->is_hex, "The bytes that a string of hexadecimal digits stands for");
+    CLI::Option* hex =
+        get->add_flag("--hex", names->is_hex, "The bytes that a string of hexadecimal digits stands for");
     get->add_flag("--base64", names->is_base64, "The bytes that a Base64 string stands for")->excludes(hex);
     get->callback([names] { Get(*names); });
 
@@ -285,7 +285,8 @@ void AddReading(CLI::App& json)
     CLI::App* format = json.add_subcommand("fmt", "Print a file as the library writes it");
     const auto formatted = std::make_shared<Names>();
     AddWord(format, "FILE", formatted->file, "The JSON file");
-    format->add_option("-o,--output", formatted->output, "Write to this file, which may be the same")->type_name("FILE");
+    format->add_option("-o,--output", formatted->output, "Write to this file, which may be the same")
+        ->type_name("FILE");
     AddForce(format, *formatted);
     format->callback([formatted] { Format(*formatted); });
 }

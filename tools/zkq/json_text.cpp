@@ -1,7 +1,7 @@
 #include "json_text.h"
 
-#include <ZKQ_general/json.h>
 #include <ZKQ_general/error.h>
+#include <ZKQ_general/json.h>
 #include <stdlib.h>
 
 #include <algorithm>
