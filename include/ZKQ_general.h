@@ -14,6 +14,7 @@
 #include <ZKQ_general/file.h>
 #include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
+#include <ZKQ_general/json.h>
 #include <ZKQ_general/log.h>
 #include <ZKQ_general/md5.h>
 #include <ZKQ_general/msgpacket.h>

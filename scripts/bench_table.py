@@ -25,6 +25,7 @@ GROWING = (100_000, 1_000_000, 10_000_000)
 MEMBERS = (1_000, 10_000, 100_000)
 TABLE_SIZES = (1_000, 100_000, 1_000_000)
 XML_SIZES = (1_000, 10_000, 100_000, 1_000_000)
+RECORDS = (1_000, 10_000, 100_000, 1_000_000)
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -124,6 +125,17 @@ def rows():
                 yield (f"table, {what} {count} keys", f"table/{what}/ours/{count}", name,
                        [(1, f"table/{what}/{peer}/{count}")], 1.0 if count <= 100_000 else None)
 
+    for text, title in (("real", "iso_639-3.json"), ("numbers", "10 MB of numbers"), ("strings", "10 MB of strings"),
+                        ("nested", "10 MB of nested arrays")):
+        for what, name, bar in (("read", "read and release", 0.5), ("write", "write and release", 1.0)):
+            for peer, peer_bar in (("rapidjson", bar), ("simdjson", None), ("nlohmann", None), ("jansson", None),
+                                   ("json-c", None)):
+                yield (f"JSON, {name} {title}", f"json/{what}/ours/{text}", peer, [(1, f"json/{what}/{peer}/{text}")],
+                       peer_bar)
+    for count in RECORDS:
+        yield (f"JSON, array of {count} records", f"json/grow/ours/{count}", "nlohmann",
+               [(1, f"json/grow/nlohmann/{count}")], None)
+
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).
 GROWTH = (
@@ -139,6 +151,7 @@ GROWTH = (
     ("MD5", "md5/ours", "MD5()", "md5/MD5", (1 << 10, 64 << 10, 1 << 20, 100_000_000)),
     ("compress, growing", "zlib/compress-growing/ours", "compress2", "zlib/compress-growing/zlib", GROWING),
     ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
+    ("JSON, array of records", "json/grow/ours", "nlohmann", "json/grow/nlohmann", RECORDS),
     ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),
     ("extract a cabinet", "mycab/extract/ours", "unzip", "mycab/extract/unzip", MEMBERS),
     ("XML, append children", "xml/grow/append", None, None, XML_SIZES),

@@ -12,6 +12,8 @@
 #include <memory>
 
 #include "../../src/internal/converter.h"
+#include "../../src/internal/log.h"
+#include "../support/bare_iconv.h"
 #include "../support/cabinet.h"
 #include "../support/error_text.h"
 #include "../support/log_context.h"
@@ -113,6 +115,85 @@ bool WriteKey(const LogDir& dir)
     const std::string text = ReadFile(dir.File("p.ini"));
     EXPECT_TRUE(!written || text == "[S]\nk = v\nn = " + value + "\n[T]\nx = y\n");
     return written;
+}
+
+// The functions for JSON leave the error text alone; what they tell in the log is tested below.
+
+std::string ManyValues()
+{
+    std::string text = "[0";
+    for (int i = 1; i < 200; ++i)
+        text += ",{\"name\":[" + std::to_string(i) + ",\"text\"]}";
+    return text + "]";
+}
+
+bool ReadJson(const LogDir&)
+{
+    std::string text;
+    {
+        const fault::Pause pause;
+        text = ManyValues();
+    }
+    void* ctx = nullptr;
+    const int code = JSON_Misc_InitJSON(text.c_str(), &ctx);
+    EXPECT_TRUE(code == 0 || code == -8 || code == -9);
+    EXPECT_EQ(ctx != nullptr, code == 0);
+    if (code == 0)
+        JSON_Misc_FiniJSON(ctx, nullptr);
+    return code == 0;
+}
+
+bool WriteJson(const LogDir&)
+{
+    void* ctx = nullptr;
+    char* text = nullptr;
+    {
+        const fault::Pause pause;
+        EXPECT_EQ(JSON_Misc_InitJSON(ManyValues().c_str(), &ctx), 0);
+    }
+    EXPECT_EQ(JSON_Misc_FiniJSON(ctx, &text), 0) << "the document is closed in every case";
+    ZKQGeneral_FreeMallocBuffer(text);
+    return text != nullptr;
+}
+
+bool BuildJson(const LogDir&)
+{
+    void* ctx = nullptr;
+    if (JSON_Misc_InitJSON(nullptr, &ctx) != 0)
+        return false;
+    void* list = nullptr;
+    void* record = nullptr;
+    int count = 0;
+    size_t* nodes = nullptr;
+    const auto* const value = reinterpret_cast<const unsigned char*>("value");
+    const bool built =
+        JSON_Misc_GetChildNode_AutoAdd(ctx, "a/b/list", &list) == 0 && JSON_Misc_SetNodeArrayType(list) == 0 &&
+        JSON_Misc_CreateObjectNode(list, &record) == 0 && JSON_Misc_SetString(record, "n", "text") == 0 &&
+        JSON_Misc_SetString(record, "n", "other") == 0 && JSON_Misc_SetInt(record, "i", 5) == 0 &&
+        JSON_Misc_SetStringArray(list, value) == 0 && JSON_Misc_SetHexArray(list, value, 5) == 0 &&
+        JSON_Misc_SetB64Array(list, value, 5) == 0 && JSON_Misc_GetArrayInfo(ctx, "a/b/list", &count, &nodes) == 0;
+    EXPECT_TRUE(!built || count == 4);
+    ZKQGeneral_FreeMallocBuffer(nodes);
+    JSON_Misc_FiniJSON(ctx, nullptr);
+    return built;
+}
+
+bool JsonBytes(const LogDir&)
+{
+    void* ctx = nullptr;
+    if (JSON_Misc_InitJSON(nullptr, &ctx) != 0)
+        return false;
+    const auto* const value = reinterpret_cast<const unsigned char*>("value");
+    unsigned char* hex = nullptr;
+    unsigned char* base64 = nullptr;
+    int length = 0;
+    const bool done = JSON_Misc_SetHexData(ctx, "h", value, 5) == 0 && JSON_Misc_SetB64Data(ctx, "b", value, 5) == 0 &&
+                      JSON_Misc_GetHexData(ctx, "h", &hex, &length) == 0 &&
+                      JSON_Misc_GetB64Data(ctx, "b", &base64, &length) == 0;
+    ZKQGeneral_FreeMallocBuffer(hex);
+    ZKQGeneral_FreeMallocBuffer(base64);
+    JSON_Misc_FiniJSON(ctx, nullptr);
+    return done;
 }
 
 /// Many sections of a name: the text grows beyond what was first reserved.
@@ -635,6 +716,10 @@ INSTANTIATE_TEST_SUITE_P(
                  DecompressAllocating,
                  {"calloc"},
                  {"malloc", "calloc", "realloc"}},
+        Scenario{"json_read", [](const LogDir&) {}, ReadJson, {}, {"malloc", "calloc", "realloc"}},
+        Scenario{"json_write", [](const LogDir&) {}, WriteJson, {}, {"malloc", "realloc", "reallocarray"}},
+        Scenario{"json_build", [](const LogDir&) {}, BuildJson, {}, {"malloc", "reallocarray"}},
+        Scenario{"json_bytes", [](const LogDir&) {}, JsonBytes, {}, {"malloc"}},
         // An older cabinet that cannot be looked at is no cabinet yet.
         Scenario{"make_cabinet", Tree, MakeCabinet, {"close", "stat"}, {}},
         Scenario{"extract_cabinet", PackedTree, ExtractCabinet, {"close", "lstat"}, {}},
@@ -812,6 +897,110 @@ TEST(Cabinet, AMemberThatCannotBeReadLeavesAnOlderFile)
         EXPECT_TRUE(fault::Disarm());
         EXPECT_EQ(ReadFile(dir.File("out/a")), "an older file");
     }
+}
+
+/// What the library's own log says of an operation whose `call`th allocation fails, as UTF-8.
+std::vector<std::string> JsonLogOf(const char* function, int call, int expected, const std::function<int()>& operation)
+{
+    const LogDir dir;
+    support::AppInfo info(dir);
+    info.bAlwaysLog = ZKQ_LOG_ALL;
+    const support::LogContext ctx(info);
+    LOGCTX* const saved = std::exchange(g_General_LogCtx, static_cast<LOGCTX*>(ctx.Get()));
+    fault::Arm(function, call, {ENOMEM, false});
+    const int code = operation();
+    EXPECT_TRUE(fault::Disarm()) << function << " call " << call;
+    EXPECT_EQ(code, expected) << function << " call " << call;
+    g_General_LogCtx = saved;
+    const std::string log = support::BareIconv("UTF-8", "GBK")(ReadFile(dir.OwnLog())).bytes;
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < log.size(); at = log.find('\n', at) + 1)
+        lines.push_back(log.substr(at + 8, log.find(" - json_", at) - at - 8));
+    return lines;
+}
+
+TEST(Json, EveryAllocationHasItsMessage)
+{
+    const auto* const value = reinterpret_cast<const unsigned char*>("value");
+    void* doc = nullptr;
+    ASSERT_EQ(JSON_Misc_InitJSON(R"({"h":"00","b":"YWJj","l":[1],"o":{}})", &doc), 0);
+    void* list = nullptr;
+    ASSERT_EQ(JSON_Misc_GetChildNode(doc, "l", &list), 0);
+    std::string many = ManyValues();
+    void* out = nullptr;
+    unsigned char* bytes = nullptr;
+    int number = 0;
+    size_t* nodes = nullptr;
+    const std::string no_item = "为新的Json条目分配内存失败！";
+    const struct {
+        const char* function;
+        int call;
+        int code;
+        std::function<int()> operation;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {"malloc", 1, -9, [&] { return JSON_Misc_InitJSON("{}", &out); }, {no_item, "JSon解析失败！"}},
+        {"malloc", 2, -9, [&] { return JSON_Misc_InitJSON("{}", &out); }, {no_item, "JSon解析失败！"}},
+        {"malloc", 3, -9, [&] { return JSON_Misc_InitJSON("{}", &out); }, {no_item, "JSon解析失败！"}},
+        {"malloc", 4, -8, [&] { return JSON_Misc_InitJSON(many.c_str(), &out); }, {no_item, "JSon解析失败！"}},
+        {"malloc", 1, -9, [&] { return JSON_Misc_InitJSON(nullptr, &out); }, {no_item, "创建新的JSon对象失败！"}},
+        {"malloc", 1, -9, [&] { return JSON_Misc_SetString(doc, "x", "y"); }, {"为保存JSon节点名称分配内存失败！"}},
+        {"malloc",
+         2,
+         -9,
+         [&] { return JSON_Misc_SetString(doc, "x", "y"); },
+         {no_item, "为创建JSon节点对象分配内存失败！"}},
+        {"malloc", 3, -9, [&] { return JSON_Misc_SetString(doc, "x", "y"); }, {"为保存JSon节点值分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_CreateObjectNode(list, &out); },
+         {no_item, "为创建JSon节点对象分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_SetHexData(doc, "o", value, 5); },
+         {"转换字节数组为Hex数据时分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_SetHexArray(list, value, 5); },
+         {"转换字节数组为Hex数据时分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_SetB64Data(doc, "o", value, 5); },
+         {"为字节数组做Base64转换时分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_SetB64Array(list, value, 5); },
+         {"为字节数组做Base64转换时分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_GetHexData(doc, "h", &bytes, &number); },
+         {"转换Hex数据为字节数组时分配内存失败！"}},
+        {"malloc",
+         1,
+         -9,
+         [&] { return JSON_Misc_GetB64Data(doc, "b", &bytes, &number); },
+         {"为字节数组做Base64解码时分配内存失败！"}},
+        {"reallocarray",
+         1,
+         -9,
+         [&] { return JSON_Misc_GetArrayInfo(doc, "l", &number, &nodes); },
+         {"为所有ARRAY类型节点分配内存失败！"}}};
+    for (const auto& row : rows)
+        EXPECT_EQ(JsonLogOf(row.function, row.call, row.code, row.operation), row.lines) << row.lines.back();
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(bytes, nullptr);
+    EXPECT_EQ(nodes, nullptr);
+    char* text = nullptr;
+    EXPECT_EQ(JSON_Misc_FiniJSON(doc, &text), 0);
+    EXPECT_EQ(std::string(text), "{\n\t\"h\":\"00\",\n\t\"b\":\"YWJj\",\n\t\"l\":[1],\n\t\"o\":{},\n\t\"x\":{}\n}")
+        << "what a search has added stays";
+    ZKQGeneral_FreeMallocBuffer(text);
 }
 
 TEST(MemoryObject, WhoseRoomCannotBeHadIsIgnoredByEveryOperation)

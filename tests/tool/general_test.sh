@@ -22,7 +22,7 @@ expect_help() {
 status=0
 run --help
 expect_equal "$status" 0
-expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab xml'
+expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab xml json'
 for group in $(listed); do
     expect_help "$group"
     commands=$(listed)

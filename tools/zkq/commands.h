@@ -14,3 +14,4 @@ void AddMd5Command(CLI::App& app);
 void AddZCommands(CLI::App& app);
 void AddCabCommands(CLI::App& app);
 void AddXmlCommands(CLI::App& app);
+void AddJsonCommands(CLI::App& app);

@@ -29,6 +29,7 @@ void AddCommands(CLI::App& app)
     AddZCommands(app);
     AddCabCommands(app);
     AddXmlCommands(app);
+    AddJsonCommands(app);
     UnguardOptions(app);
 }
 
@@ -80,7 +81,8 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs, files, archives and XML, handled as libZKQ_general handles them.", "zkq");
+        CLI::App app("Profile files, logs, files, archives, XML and JSON, handled as libZKQ_general handles them.",
+                     "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

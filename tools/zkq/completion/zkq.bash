@@ -80,6 +80,9 @@ _zkq_options() {
         'cab list') _zkq_offer_words --long --help ;;
         'cab extract') _zkq_offer_words --dir --quiet --help ;;
         'cab test') _zkq_offer_words --quiet --help ;;
+        'json get') _zkq_offer_words --hex --base64 --help ;;
+        'json set') _zkq_offer_words --int --hex --base64 --force --help ;;
+        'json fmt') _zkq_offer_words --output --force --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
@@ -100,7 +103,7 @@ _zkq_positional() {
             ;;
         'log level 1') _zkq_offer_words off all debug info warn error ;;
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
-        'z '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
+        'z '*' 0' | 'json '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
         'cab extract '*) _zkq_offer_listed cab list -- "${positionals[0]}" ;;
     esac
 }
@@ -128,7 +131,7 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
@@ -139,6 +142,7 @@ _zkq() {
                 b64) _zkq_offer_words encode decode --help ;;
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
+                json) _zkq_offer_words get set fmt array --help ;;
                 conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
