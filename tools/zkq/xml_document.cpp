@@ -19,6 +19,7 @@
 #include "charset.h"
 #include "failure.h"
 #include "paths.h"
+#include "replacement.h"
 
 namespace {
 
@@ -43,61 +44,15 @@ public:
     explicit Descriptor(int number) : number_(number) {}
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { Close(); }
+    ~Descriptor()
+    {
+        if (number_ >= 0)
+            close(number_);
+    }
     int Number() const { return number_; }
-    bool Close() { return number_ < 0 || close(std::exchange(number_, -1)) == 0; }
 
 private:
     int number_;
-};
-
-/// A new file beside another, which it replaces when it is complete.
-class Replacement {
-public:
-    explicit Replacement(const std::string& file) : file_(file), name_(file + ".XXXXXX"), fd_(mkstemp(name_.data()))
-    {
-        if (fd_.Number() < 0)
-            throw SystemFailure("cannot write " + file_, errno);
-    }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-    ~Replacement()
-    {
-        if (!name_.empty())
-            unlink(name_.c_str());
-    }
-
-    void Complete(std::string_view text)
-    {
-        while (!text.empty()) {
-            const ssize_t written = write(fd_.Number(), text.data(), text.size());
-            if (written < 0)
-                throw SystemFailure("cannot write " + file_, errno);
-            text.remove_prefix(static_cast<size_t>(written));
-        }
-        if (!TakeMode() || fsync(fd_.Number()) != 0 || !fd_.Close() || rename(name_.c_str(), file_.c_str()) != 0)
-            throw SystemFailure("cannot write " + file_, errno);
-        name_.clear();
-    }
-
-private:
-    /// The mode of the old file, and its owner where that is possible.
-    bool TakeMode() const
-    {
-        struct stat status;
-        if (stat(file_.c_str(), &status) != 0) {
-            const mode_t mask = umask(0);
-            umask(mask);
-            return fchmod(fd_.Number(), 0666 & ~mask) == 0;
-        }
-        if (fchown(fd_.Number(), status.st_uid, status.st_gid) != 0 && errno != EPERM)
-            return false;
-        return fchmod(fd_.Number(), status.st_mode & 07777) == 0;
-    }
-
-    std::string file_;
-    std::string name_;
-    Descriptor fd_;
 };
 
 /// The name that a path begins with.
@@ -214,5 +169,5 @@ void XmlDocument::RequireKept(bool force) const
 void XmlDocument::Write(const std::string& file) const
 {
     const std::string text = Text();
-    Replacement(Resolved(file)).Complete(text);
+    ReplaceFile(file, text);
 }
