@@ -259,6 +259,8 @@ int CopyBelow(const XMLNODE* source, XMLNODE* copy)
             next = ElementFrom(static_cast<const XMLNODE*>(source->Next));
             source = source->parent;
             copy = copy->parent;
+            if (copy == nullptr)
+                __builtin_unreachable(); // it has as many levels as the source
         }
         if (next == nullptr)
             return 0;

@@ -88,7 +88,7 @@ private:
     bool Grow()
     {
         const size_t capacity = 2 * capacity_ + 32;
-        auto* const grown = static_cast<const cJSON**>(reallocarray(nodes_.get(), capacity, sizeof(const cJSON*)));
+        auto* const grown = static_cast<const cJSON**>(reallocarray(nodes_.get(), capacity, sizeof(void*)));
         if (grown == nullptr)
             return false;
         static_cast<void>(nodes_.release()); // reallocarray() has taken it

@@ -209,7 +209,7 @@ void LinkAtHead(TABLE* table, TABLE_NODE* node)
 /// Gives a table other buckets, empty ones, in one block with their tails; 0 or ENOMEM.
 int SetBuckets(TABLE* table, unsigned int range)
 {
-    auto** const buckets = static_cast<TABLE_NODE**>(calloc(2 * size_t{range}, sizeof(TABLE_NODE*)));
+    auto** const buckets = static_cast<TABLE_NODE**>(calloc(2 * size_t{range}, sizeof(void*)));
     if (buckets == nullptr)
         return ENOMEM;
     free(table->ppList);

@@ -154,8 +154,8 @@ public:
         if (root == nullptr)
             return;
         pool_->root = root;
-        pool_ = nullptr;
-    }
+        pool_ = nullptr; // each of its blocks leads to it
+    }                    // NOLINT(clang-analyzer-unix.Malloc)
 
 private:
     static constexpr size_t kFirstBlock = 1024;

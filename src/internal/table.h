@@ -21,8 +21,10 @@ struct TABLE_NODE {
 static_assert(offsetof(TABLE_NODE, pValue) == 16 && offsetof(TABLE_NODE, pPrev) == 32 &&
               offsetof(TABLE_NODE, ppIndex) == 64);
 
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the names are given
 using _TABLE_CMP_FUNC = int (*)(void* pKey1, size_t iKeyLen1, void* pKey2, size_t iKeyLen2);
 using _TABLE_HASH_FUNC = unsigned int (*)(void* pKey, int iKeyLen);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 /// A place in the index: empty without a node.
 struct TABLE_INDEX {

@@ -77,7 +77,7 @@ void RequireNoLinks(const Options& options)
 Failure MakeFailure(const Options& options)
 {
     const std::string what = "cannot make " + options.cabinet;
-    const Failure reason = LibraryFailure(what);
+    Failure reason = LibraryFailure(what);
     if (reason.what() != what + ": " + strerror(EINVAL))
         return reason;
     std::string path;
@@ -181,7 +181,7 @@ void ExtractOne(const Options& options, long number)
     char path[kPathSize];
     if (options.directory.size() >= sizeof path)
         throw SystemFailure("cannot extract to " + options.directory, ENAMETOOLONG);
-    strcpy(path, options.directory.c_str());
+    path[options.directory.copy(path, sizeof path - 1)] = '\0';
     if (!ZKQGeneral_ExtractMyCabOneFile(options.cabinet.c_str(), path, number))
         throw LibraryFailure("cannot extract file " + std::to_string(number) + " of " + options.cabinet);
 }

@@ -87,7 +87,7 @@ std::string Value(const Keys& keys, const std::string& name)
 
 long Number(const Keys& keys, const std::string& name)
 {
-    return atol(Value(keys, name).substr(0, kNumberSize - 1).c_str());
+    return strtol(Value(keys, name).substr(0, kNumberSize - 1).c_str(), nullptr, 10);
 }
 
 std::optional<CabinetMember> ReadMember(const Sections& sections, long number)
