@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over the library and the tool. Any finding fails.
+# Runs clang-tidy over the sources in the given directories, by default those of the library and the tool. Any finding
+# fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset clang >/dev/null
 cmake --build --preset clang --parallel "$(nproc)" --target zkq_objects >/dev/null
-git ls-files 'src/*.cpp' 'tools/*.cpp' |
+if [ $# -eq 0 ]; then set -- src tools; fi
+git ls-files "${@/%//*.cpp}" |
     xargs -P "$(nproc)" -n 1 clang-tidy-14 -p build/clang --quiet 2>/dev/null
 echo "tidy: no findings"
