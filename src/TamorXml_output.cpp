@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,6 +8,7 @@
 #include <algorithm>
 
 #include "internal/file.h"
+#include "internal/growing_text.h"
 #include "internal/guards.h"
 #include "internal/text.h"
 #include "internal/xml.h"
@@ -17,56 +17,17 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr size_t kStep = 8192;
-constexpr size_t kMaxText = INT_MAX;
-constexpr size_t kTooDeep = 32768; // the blanks around an element on that level alone are more than kMaxText
-static_assert(2 * kTooDeep * kTooDeep > kMaxText);
+constexpr size_t kTooDeep = 32768; // the blanks around an element on that level alone are more than a text may be
+static_assert(2 * kTooDeep * kTooDeep > GrowingText::kMaxSize);
 constexpr std::string_view kBlanks = "                                                                ";
 
-/// The text of the string writers, in steps of 8192 bytes at least.
-class BIOBUFFER {
+/// The text of the string writers.
+class BIOBUFFER : public GrowingText {
 public:
     static constexpr bool kWithComments = false;
     static constexpr size_t kMaxLevel = kTooDeep - 1;
 
-    template <class... Texts>
-    bool Put(const Texts&... texts)
-    {
-        const size_t count = (texts.size() + ...);
-        if (count >= capacity_ - size_ && !Grow(count))
-            return false;
-        char* end = buffer_.get() + size_;
-        ((end = CopyShort(end, texts)), ...);
-        size_ += count;
-        return true;
-    }
     int Error() const { return ENOMEM; }
-    /// Ends the text and hands it over.
-    char* Release()
-    {
-        buffer_.get()[size_] = '\0';
-        return buffer_.release();
-    }
-
-private:
-    bool Grow(size_t count)
-    {
-        if (count > kMaxText - size_)
-            return false;
-        const size_t needed = std::max(size_ + count + 1, size_ + size_ / 2);
-        const size_t capacity = (needed + kStep - 1) / kStep * kStep;
-        char* const grown = static_cast<char*>(realloc(buffer_.get(), capacity));
-        if (grown == nullptr)
-            return false;
-        static_cast<void>(buffer_.release()); // realloc() has taken it
-        buffer_.reset(grown);
-        capacity_ = capacity;
-        return true;
-    }
-
-    MallocPtr<char> buffer_;
-    size_t size_ = 0;
-    size_t capacity_ = 0;
 };
 
 /// The text of the file writer.

@@ -2,6 +2,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <new>
+
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -378,13 +380,13 @@ int cJSON_Misc_Parse(const char* value, cJSON** JSon)
 
 int cJSON_Misc_CreateNode(int Type, cJSON** Node)
 {
-    void* const room = malloc(sizeof(cJSON));
-    if (room == nullptr) {
+    auto* const node = static_cast<cJSON*>(calloc(1, sizeof(cJSON)));
+    if (node == nullptr) {
         General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem);
         return kJsonNoMemory;
     }
-    *Node = new (room) cJSON{};
-    (*Node)->type = Type;
+    node->type = Type;
+    *Node = node;
     return 0;
 }
 

@@ -10,6 +10,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "internal/growing_text.h"
 #include "internal/guards.h"
 #include "internal/json.h"
 #include "internal/text.h"
@@ -18,57 +19,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr size_t kMaxText = INT_MAX;
 constexpr std::string_view kTabs = "\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t";
-
-/// The text, which grows as needed.
-class Output {
-public:
-    /// Room for so many bytes; null if there is none.
-    char* Reserve(size_t count)
-    {
-        if (count >= capacity_ - size_ && !Grow(count))
-            return nullptr;
-        return text_.get() + size_;
-    }
-    /// What was reserved has been written up to `end`.
-    void Advance(const char* end) { size_ = static_cast<size_t>(end - text_.get()); }
-
-    template <class... Texts>
-    bool Put(const Texts&... texts)
-    {
-        char* end = Reserve((texts.size() + ...));
-        if (end == nullptr)
-            return false;
-        ((end = CopyShort(end, texts)), ...);
-        Advance(end);
-        return true;
-    }
-    char* Release()
-    {
-        text_.get()[size_] = '\0';
-        return text_.release();
-    }
-
-private:
-    bool Grow(size_t count)
-    {
-        if (count >= kMaxText - size_)
-            return false;
-        const size_t capacity = std::min(std::max(size_ + count + 1, 2 * size_) + 256, kMaxText);
-        char* const grown = static_cast<char*>(realloc(text_.get(), capacity));
-        if (grown == nullptr)
-            return false;
-        static_cast<void>(text_.release()); // realloc() has taken it
-        text_.reset(grown);
-        capacity_ = capacity;
-        return true;
-    }
-
-    MallocPtr<char> text_;
-    size_t size_ = 0;
-    size_t capacity_ = 0;
-};
 
 /// The containers around a value. They are kept here and not on the stack, whose depth nobody could bound.
 class Path {
@@ -168,7 +119,7 @@ size_t MostWritten(std::string_view text)
 }
 
 /// Writes a string in quotation marks; null is written as nothing.
-bool cJSON_Misc_Print_String_Ptr(const char* str, Output* output)
+bool cJSON_Misc_Print_String_Ptr(const char* str, GrowingText* output)
 {
     if (str == nullptr)
         return true;
@@ -204,7 +155,7 @@ bool IsNothing(double difference)
     return difference <= DBL_EPSILON && difference >= -DBL_EPSILON;
 }
 
-bool PutInteger(uint64_t magnitude, bool isNegative, Output* output)
+bool PutInteger(uint64_t magnitude, bool isNegative, GrowingText* output)
 {
     char digits[24];
     const char* const end = std::to_chars(digits, std::end(digits), magnitude).ptr;
@@ -213,7 +164,7 @@ bool PutInteger(uint64_t magnitude, bool isNegative, Output* output)
 
 /// Writes "%f" of a number from 0.000001 to 1000000000. It is mantissa / 2^shift, so its six digits behind the point are
 /// a whole number's division, rounded to even as the C library does.
-bool PutFixed(double magnitude, bool isNegative, Output* output)
+bool PutFixed(double magnitude, bool isNegative, GrowingText* output)
 {
     constexpr uint64_t kMillion = 1'000'000;
     constexpr int kMantissaBits = 52;
@@ -235,7 +186,7 @@ bool PutFixed(double magnitude, bool isNegative, Output* output)
 }
 
 /// Writes a number with a format of printf's, and with a point whatever the locale has for it.
-bool PutFormatted(const char* format, double value, Output* output)
+bool PutFormatted(const char* format, double value, GrowingText* output)
 {
     char text[512];
     const auto length = static_cast<size_t>(snprintf(text, sizeof text, format, value));
@@ -258,7 +209,7 @@ bool PutFormatted(const char* format, double value, Output* output)
     return true;
 }
 
-bool cJSON_Misc_Print_Number(const cJSON* item, Output* output)
+bool cJSON_Misc_Print_Number(const cJSON* item, GrowingText* output)
 {
     constexpr double kLongestWhole = 1e60;
     constexpr double kSmallest = 1e-6;
@@ -281,7 +232,7 @@ bool cJSON_Misc_Print_Number(const cJSON* item, Output* output)
     return magnitude <= kLargest ? PutFixed(magnitude, value < 0, output) : PutFormatted("%f", value, output);
 }
 
-bool PutTabs(size_t count, Output* output)
+bool PutTabs(size_t count, GrowingText* output)
 {
     for (; count > kTabs.size(); count -= kTabs.size())
         if (!output->Put(kTabs))
@@ -290,7 +241,7 @@ bool PutTabs(size_t count, Output* output)
 }
 
 /// Writes a value that is no container with something in it; false also for a type that has no form.
-bool PutScalar(const cJSON* item, Output* output)
+bool PutScalar(const cJSON* item, GrowingText* output)
 {
     switch (TypeOf(item)) {
     case kJsonFalse:
@@ -323,7 +274,7 @@ bool IsContainer(const cJSON* node)
 }
 
 /// Writes what stands before a value in its container, whose `first` one it may be.
-bool PutBefore(const cJSON* item, const cJSON* container, bool isFirst, size_t depth, Output* output)
+bool PutBefore(const cJSON* item, const cJSON* container, bool isFirst, size_t depth, GrowingText* output)
 {
     if (!IsObject(container))
         return isFirst || output->Put(", "sv);
@@ -331,7 +282,7 @@ bool PutBefore(const cJSON* item, const cJSON* container, bool isFirst, size_t d
            cJSON_Misc_Print_String_Ptr(item->string, output) && output->Put(":"sv);
 }
 
-bool PutClosing(const cJSON* container, size_t depth, Output* output)
+bool PutClosing(const cJSON* container, size_t depth, GrowingText* output)
 {
     if (!IsObject(container))
         return output->Put("]"sv);
@@ -339,7 +290,7 @@ bool PutClosing(const cJSON* container, size_t depth, Output* output)
 }
 
 /// Writes a node and all below it; false without memory, or if some node has no form.
-bool PutTree(const cJSON* item, Output* output)
+bool PutTree(const cJSON* item, GrowingText* output)
 {
     Path path;
     for (;;) {
@@ -368,6 +319,6 @@ bool PutTree(const cJSON* item, Output* output)
 
 char* cJSON_Misc_Print(const cJSON* item)
 {
-    Output output;
+    GrowingText output;
     return output.Put(""sv) && PutTree(item, &output) ? output.Release() : nullptr;
 }
