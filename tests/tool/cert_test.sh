@@ -116,6 +116,8 @@ field --name nothing
 expect_usage '"nothing" is none of version'
 field --index 12
 expect_usage 'No field has the number 12'
+field --index 2x
+expect_usage 'No field has the number 2x'
 field --index 2 --name serial
 expect_usage excludes
 run cert show

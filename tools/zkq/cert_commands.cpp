@@ -1,9 +1,9 @@
 // zkq cert: what certificates say.
 #include <ZKQ_general/x509.h>
 #include <stdio.h>
-#include <stdlib.h>
 
 #include <algorithm>
+#include <charconv>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -230,8 +230,9 @@ std::string CheckFieldName(const std::string& name)
 std::string CheckFieldNumber(const std::string& text)
 {
     Options options;
-    options.index = atoi(text.c_str());
-    return FindField(options) != nullptr ? "" : "No field has the number " + text;
+    const char* const end = text.data() + text.size();
+    const bool is_number = std::from_chars(text.data(), end, options.index).ptr == end;
+    return is_number && FindField(options) != nullptr ? "" : "No field has the number " + text;
 }
 
 std::string AllBytes(const std::string& bytes)
