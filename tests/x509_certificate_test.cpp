@@ -991,6 +991,7 @@ TEST(CertificateHostile, LengthsThatLie)
     length[2] = static_cast<char>(inner.size() >> 8);
     length[3] = static_cast<char>(inner.size());
     EXPECT_TRUE(IsAccepted("\x30\x84" + length + inner));
+    ExpectRefused("\x30\x85" + std::string(1, '\0') + length + inner, "five bytes, whatever they say");
 }
 
 TEST(CertificateHostile, TagsOfSeveralBytes)
