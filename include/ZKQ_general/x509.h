@@ -26,8 +26,10 @@ extern "C" {
  * length alone. A room that is too small fails with `ENOMEM` and changes neither.
  */
 
-/** Bytes that receive the text of an OID, its NUL counted. */
-enum { ZKQ_CERT_OID_SIZE = 128 };
+/** Sizes of buffers. */
+enum {
+    ZKQ_CERT_OID_SIZE = 128 /**< Bytes for the text of an OID, its NUL counted. */
+};
 
 /** What ZKQGeneral_CertInfo_GetInfo() tells. "Number" results are stored in `*MaxSize`, and `Value` is not used. */
 enum {
