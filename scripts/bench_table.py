@@ -135,6 +135,9 @@ def rows():
     for count in RECORDS:
         yield (f"JSON, array of {count} records", f"json/grow/ours/{count}", "nlohmann",
                [(1, f"json/grow/nlohmann/{count}")], None)
+    for form, peer, bar in (("pem", "PEM_read_bio_X509", 1 / 3), ("der", "d2i_X509", None)):
+        yield (f"open every certificate of the system, {form.upper()}", f"x509-certificate/{form}/ours", peer,
+               [(1, f"x509-certificate/{form}/openssl")], bar)
 
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).

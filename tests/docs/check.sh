@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The first programs that the README and the XML guide show are those in examples/, and what they are said to print is
+# The first programs that the README and the guides to XML and certificates show are those in examples/, and what they are said to print is
 # what they print.
 set -euo pipefail
 source=$1 program=$2 build=$3
@@ -20,7 +20,12 @@ diff <(block c docs/xml.md) "$source/examples/servers.c"
 diff <(echo "alpha listens on 8080") <("$build/examples/servers")
 diff <(block xml docs/xml.md) servers.xml
 
+diff <(block c docs/certificates.md) "$source/examples/certificate.c"
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem -out cert.pem -subj /O=Example/CN=Alpha \
+    2>/dev/null
+diff <(printf '2.5.4.10 is Example\n2.5.4.3 is Alpha\n') <("$build/examples/certificate" cert.pem | grep -v '^until 20')
+
 while read -r link; do
     [ -e "$source/$link" ] || { echo "docs: README or CONTRIBUTING names $link, which is not there"; exit 1; }
 done < <(grep -ohP '\]\(\K[^):#]+(?=\))' "$source"/README.md "$source"/CONTRIBUTING.md)
-echo "docs: the README and the first program of the XML guide are true"
+echo "docs: the README and the programs of the guides are true"

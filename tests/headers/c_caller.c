@@ -107,6 +107,15 @@ static void CheckMyCab(void)
     Check("mycab", strcmp(name, "/tmp") == 0);
 }
 
+static void CheckCertificate(void)
+{
+    void* cert = NULL;
+    int number = 0;
+    Check("x509", ZKQGeneral_OpenCert("0", 1, &cert) == 22 && cert == NULL);
+    Check("x509", ZKQGeneral_CertInfo_GetInfo(NULL, ZKQ_CERT_VERSION, NULL, &number) == 22);
+    Check("x509", ZKQGeneral_CloseCert(NULL) == 22);
+}
+
 int main(void)
 {
     CheckErrorAndFile();
@@ -118,5 +127,6 @@ int main(void)
     CheckLog();
     CheckZlib();
     CheckMyCab();
+    CheckCertificate();
     return failures == 0 ? 0 : 1;
 }

@@ -24,7 +24,7 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file packet b64 z cab xml json; do
+for group in ini log file packet b64 z cab xml json cert der; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
@@ -110,6 +110,16 @@ offers 'other.txt' xml copy other.txt /r o
 offers '' xml get --attribute ''
 offers 'other.txt' xml fmt -o o
 offers 'other.txt' xml fmt --output other.txt o
+
+# Certificates and records.
+offers 'other.txt' cert show o
+offers 'other.txt' cert show other.txt o
+offers 'other.txt' cert field --name subject o
+offers 'subject' cert field --name su
+offers '' cert field --index ''
+offers 'other.txt' cert der -o o
+offers 'other.txt' der dump o
+offers '' der dump other.txt ''
 
 offers '' nothing ''
 offers '' nothing at all ''

@@ -23,6 +23,7 @@ run_example() {
 
 mkdir room
 cd room
+make_certificate root.pem # in the guide, somebody else's
 last=0
 : >expected
 : >actual

@@ -94,3 +94,21 @@ on_terminal() {
     # What nobody reads would keep the terminal open for seconds.
     printf '%s' "${typed:+$typed$'\n'}" | script -qec "$(printf '%q ' "$@")" /dev/null >out 2>err || status=$?
 }
+
+# A certificate of its own making, always the same one: a key on P-256, three extensions, a Chinese name.
+make_certificate() {
+    cat >"$1" <<'END'
+-----BEGIN CERTIFICATE-----
+MIIBvDCCAWKgAwIBAgIDGis8MAoGCCqGSM49BAMCMEMxCzAJBgNVBAYTAkNOMR0w
+GwYDVQQKDBTnpLrkvovlhazlj7gsIOa1i+ivlTEVMBMGA1UEAwwMRXhhbXBsZSBS
+b290MB4XDTI2MTEyMTE4MjIxNloXDTM2MTExODE4MjIxNlowQzELMAkGA1UEBhMC
+Q04xHTAbBgNVBAoMFOekuuS+i+WFrOWPuCwg5rWL6K+VMRUwEwYDVQQDDAxFeGFt
+cGxlIFJvb3QwWTATBgcqhkjOPQIBBggqhkjOPQMBBwNCAAS9m0fIwCZ9ahJ4n130
+gBFPa4uP2zQzcVAjowjbqEP0p+ajuAG0mMx73yFZ4qWDqmmjAsQE70c4rTrkCMq1
+c/g+o0UwQzASBgNVHRMBAf8ECDAGAQH/AgEAMA4GA1UdDwEB/wQEAwIBBjAdBgNV
+HQ4EFgQUFRvL/b3E3ivmvQLGGp2ydLq05aAwCgYIKoZIzj0EAwIDSAAwRQIhAK+O
+fPGUUtt7yB50IRc6W+Z2bPMXmRHSHnPl4xFYS6CHAiAO9ZIpe8Oy44zHqSMnPObJ
+6SqSYxiccKLh4AIgg6y21g==
+-----END CERTIFICATE-----
+END
+}

@@ -30,6 +30,8 @@ void AddCommands(CLI::App& app)
     AddCabCommands(app);
     AddXmlCommands(app);
     AddJsonCommands(app);
+    AddCertCommands(app);
+    AddDerCommands(app);
     UnguardOptions(app);
 }
 
@@ -81,8 +83,9 @@ int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
     try {
-        CLI::App app("Profile files, logs, files, archives, XML and JSON, handled as libZKQ_general handles them.",
-                     "zkq");
+        CLI::App app(
+            "Profile files, logs, files, archives, XML, JSON and certificates, handled as libZKQ_general handles them.",
+            "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
     } catch (const std::exception& failure) {

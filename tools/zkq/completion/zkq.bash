@@ -48,7 +48,7 @@ _zkq_read_words() {
                 ((++i))
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
-            --default | --project | --level | --lines | -n | --from | --to | --columns | --attribute) ((++i)) ;;
+            --default | --project | --level | --lines | -n | --from | --to | --columns | --attribute | --name | --index) ((++i)) ;;
             --output | -o | -d) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
@@ -80,6 +80,8 @@ _zkq_options() {
         'cab list') _zkq_offer_words --long --help ;;
         'cab extract') _zkq_offer_words --dir --quiet --help ;;
         'cab test') _zkq_offer_words --quiet --help ;;
+        'cert field') _zkq_offer_words --name --index --raw --help ;;
+        'cert der') _zkq_offer_words --output --help ;;
         'json get') _zkq_offer_words --hex --base64 --help ;;
         'json set') _zkq_offer_words --int --hex --base64 --force --help ;;
         'json fmt') _zkq_offer_words --output --force --help ;;
@@ -90,7 +92,7 @@ _zkq_options() {
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
         'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
-        'b64 '*' 0' | 'md5 '*) _zkq_offer_paths -f ;;
+        'b64 '*' 0' | 'md5 '* | 'cert '* | 'der dump 0') _zkq_offer_paths -f ;;
         'xml '*' 0' | 'xml copy 2') _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
@@ -117,7 +119,11 @@ _zkq_command() {
         --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
-        --default | --project | --lines | -n | --columns | --attribute) ;;
+        --name)
+            _zkq_offer_words version serial not-before not-after key-algorithm key-length signature-algorithm key key-type \
+                signature-length signature subject issuer
+            ;;
+        --default | --project | --lines | -n | --columns | --attribute | --index) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -131,7 +137,7 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json cert der --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
@@ -143,6 +149,8 @@ _zkq() {
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
                 json) _zkq_offer_words get set fmt array --help ;;
+                cert) _zkq_offer_words show field der --help ;;
+                der) _zkq_offer_words dump --help ;;
                 conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
