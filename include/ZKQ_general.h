@@ -23,6 +23,7 @@
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/table.h>
 #include <ZKQ_general/types.h>
+#include <ZKQ_general/x509.h>
 #include <ZKQ_general/zlib.h>
 
 #endif
