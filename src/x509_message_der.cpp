@@ -566,8 +566,7 @@ private:
         char* const place = frame.record + field.Offset;
         char* elements = place;
         if (field.Type == ZKQ_MSG_KIND_RECORDS) {
-            const size_t room = frame.size - std::min<size_t>(frame.size, field.Offset);
-            if (size_t{count} * static_cast<size_t>(field.SizeofStruct) > room)
+            if (size_t{count} * static_cast<size_t>(field.SizeofStruct) > InlineRoom(frame.item, frame.size, field))
                 return FailX509(ZKQ_MSG_TOO_SHORT, Message::MsgArrayBeyondEnd);
         } else if (count > 0) {
             if (LoadPointer(place) != nullptr) // another field's: nobody knows how much there is

@@ -35,6 +35,22 @@ Slot FieldSlot(char* record, const Field& field)
     return {place, count, field.SizeofStruct, field.Type == ZKQ_MSG_KIND_VALUESPTR ? sizeof(void*) : kAnyRoom};
 }
 
+size_t InlineRoom(const Item* record, size_t size, const Field& field)
+{
+    size_t end = size;
+    const auto stopAt = [&end, begin = size_t{field.Offset}](size_t offset) {
+        if (offset > begin)
+            end = std::min(end, offset);
+    };
+    for (int i = 0; i < record->Count; ++i) {
+        const Field& other = record->Templates[i];
+        stopAt(other.Offset);
+        if (IsArrayKind(other.Type))
+            stopAt(static_cast<size_t>(std::max(other.ArraySizeOffset, 0)));
+    }
+    return end - std::min<size_t>(end, field.Offset);
+}
+
 Slot ElementSlot(char* element, const Field& field)
 {
     return {element, nullptr, field.SizeofStruct, static_cast<size_t>(std::max(field.SizeofStruct, 0))};

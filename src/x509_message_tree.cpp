@@ -242,7 +242,7 @@ private:
         const auto step = static_cast<size_t>(field.SizeofStruct);
         char* elements = place;
         if (field.Type == ZKQ_MSG_KIND_RECORDS) {
-            if (count * step > frame.size - std::min<size_t>(frame.size, field.Offset))
+            if (count * step > InlineRoom(frame.item, frame.size, field))
                 return FailX509(ZKQ_MSG_TOO_SHORT, Message::XmlOutOfRange);
         } else if (count > 0) {
             if (LoadPointer(place) != nullptr) // another field's: nobody knows how much there is

@@ -185,6 +185,9 @@ inline constexpr size_t kAnyRoom = SIZE_MAX;
 
 /// The slot of a field that is no array of records.
 Slot FieldSlot(char* record, const Field& field);
+/// Bytes for the elements of an inline array, of which templates do not tell: up to the next field that the record's
+/// templates know, or its end.
+size_t InlineRoom(const Item* record, size_t size, const Field& field);
 /// The slot of an element.
 Slot ElementSlot(char* element, const Field& field);
 
