@@ -226,11 +226,11 @@ ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAYPTR_it(void);
 /** @} */
 
 /** Declares the function of a record's item ahead of its definition, for templates that refer to each other. */
-#define ZKQ_MSG_DECLARE_ITEM(it) static const GENERAL_MSG_ITEM* it(void);
+#define ZKQ_MSG_DECLARE_ITEM(it) __attribute__((unused)) static const GENERAL_MSG_ITEM* it(void);
 
 /** Defines the function of a record's item, private to its source file, over an array of templates. */
 #define ZKQ_MSG_RECORD_ITEM(it, templates)                                                                             \
-    static const GENERAL_MSG_ITEM* it(void)                                                                            \
+    __attribute__((unused)) static const GENERAL_MSG_ITEM* it(void)                                                    \
     {                                                                                                                  \
         static const GENERAL_MSG_ITEM item = {1, 0, templates, sizeof(templates) / sizeof((templates)[0]), 0, #it,     \
                                               0, 0, 0};                                                                \
