@@ -257,38 +257,45 @@ private:
 
 } // namespace
 
+namespace {
+
+void DetachRecord(char* record, size_t size, const Item* item, int depth);
+
+/// A field that lies in its record: a pointer, or a record, or several of them.
+void DetachField(char* record, size_t size, const Item* item, const Field& field, int depth)
+{
+    char* const place = record + field.Offset;
+    const size_t room = size - field.Offset;
+    if (IsPointerKind(field.Type)) {
+        if (room >= sizeof(void*))
+            ClearPointer(place);
+        return;
+    }
+    const Item* const below = ItemOf(field);
+    if (below == nullptr || below->IsStruct != 1)
+        return;
+    const size_t step = field.SizeofStruct > 0 ? static_cast<size_t>(field.SizeofStruct) : room;
+    if (field.Type != ZKQ_MSG_KIND_RECORDS)
+        return DetachRecord(place, std::min(room, step), below, depth);
+    const size_t end = InlineRoom(item, size, field);
+    for (size_t at = 0; at + step <= end; at += step) // what was not decoded is zeros
+        DetachRecord(place + at, step, below, depth);
+}
+
+void DetachRecord(char* record, size_t size, const Item* item, int depth)
+{
+    if (depth == kDeepestRecord)
+        return;
+    for (int i = 0; i < item->Count; ++i)
+        if (item->Templates[i].Offset < size)
+            DetachField(record, size, item, item->Templates[i], depth + 1);
+}
+
+} // namespace
+
 void Detach(char* record, size_t size, const Item* item)
 {
-    struct Place {
-        char* record;
-        size_t size;
-        const Item* item;
-        int depth;
-    };
-    GrowingStack<Place, 16> places;
-    const auto add = [&places](const Place& place) {
-        if (place.item != nullptr && place.item->IsStruct == 1 && place.depth < kDeepestRecord)
-            static_cast<void>(places.Push(place));
-    };
-    for (add({record, size, item, 0}); !places.IsEmpty();) {
-        const Place present = places.Top();
-        places.Pop();
-        for (int i = 0; i < present.item->Count; ++i) {
-            const Field& field = present.item->Templates[i];
-            if (field.Offset > present.size)
-                continue;
-            char* const place = present.record + field.Offset;
-            const size_t room = present.size - field.Offset;
-            if (IsPointerKind(field.Type)) {
-                ClearPointer(place);
-            } else {
-                const int count = field.Type == ZKQ_MSG_KIND_RECORDS ? ArrayCount(present.record, field) : 1;
-                const auto step = static_cast<size_t>(std::max(field.SizeofStruct, 0));
-                for (size_t at = 0, k = 0; k < static_cast<size_t>(std::max(count, 0)) && at <= room; ++k, at += step)
-                    add({place + at, step == 0 ? room : std::min(room - at, step), ItemOf(field), present.depth + 1});
-            }
-        }
-    }
+    DetachRecord(record, size, item, 0);
 }
 
 void Release(char* val, const Item* it, bool ownsRecord, int mode)
