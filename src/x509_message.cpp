@@ -13,16 +13,6 @@ constexpr Item Simple(int kind, const char* name)
     return {0, kind, nullptr, 0, 0, name, nullptr, nullptr, 0};
 }
 
-constexpr Item kInt32 = Simple(ZKQ_MSG_KIND_INT32, "INT32");
-constexpr Item kInt64 = Simple(ZKQ_MSG_KIND_INT64, "INT64");
-constexpr Item kPtr = Simple(ZKQ_MSG_KIND_PTR, "PTR");
-constexpr Item kString = Simple(ZKQ_MSG_KIND_STRING, "STRING");
-constexpr Item kStringPtr = Simple(ZKQ_MSG_KIND_STRINGPTR, "STRINGPTR");
-constexpr Item kByteArray = Simple(ZKQ_MSG_KIND_BYTEARRAY, "BYTEARRAY");
-constexpr Item kByteArrayPtr = Simple(ZKQ_MSG_KIND_BYTEARRAYPTR, "BYTEARRAYPTR");
-constexpr Item kIntArray = Simple(ZKQ_MSG_KIND_INTARRAY, "INTARRAY");
-constexpr Item kIntArrayPtr = Simple(ZKQ_MSG_KIND_INTARRAYPTR, "INTARRAYPTR");
-
 struct CloseXml {
     void operator()(void* document) const { WQXXMLH_Close(document); }
 };
@@ -99,6 +89,28 @@ constexpr bool IsMode(int mode)
 
 } // namespace
 
+const Item kSimpleItems[] = {{},
+                             Simple(ZKQ_MSG_KIND_INT32, "INT32"),
+                             Simple(ZKQ_MSG_KIND_INT64, "INT64"),
+                             Simple(ZKQ_MSG_KIND_PTR, "PTR"),
+                             Simple(ZKQ_MSG_KIND_STRING, "STRING"),
+                             Simple(ZKQ_MSG_KIND_STRINGPTR, "STRINGPTR"),
+                             Simple(ZKQ_MSG_KIND_BYTEARRAY, "BYTEARRAY"),
+                             Simple(ZKQ_MSG_KIND_BYTEARRAYPTR, "BYTEARRAYPTR"),
+                             Simple(ZKQ_MSG_KIND_INTARRAY, "INTARRAY"),
+                             Simple(ZKQ_MSG_KIND_INTARRAYPTR, "INTARRAYPTR")};
+
+const ItemFunction kSimpleItemFunctions[] = {nullptr,
+                                             ZKQGeneral_INT32_it,
+                                             ZKQGeneral_INT64_it,
+                                             ZKQGeneral_PTR_it,
+                                             ZKQGeneral_STRING_it,
+                                             ZKQGeneral_STRINGPTR_it,
+                                             ZKQGeneral_BYTEARRAY_it,
+                                             ZKQGeneral_BYTEARRAYPTR_it,
+                                             ZKQGeneral_INTARRAY_it,
+                                             ZKQGeneral_INTARRAYPTR_it};
+
 int ZKQGeneral_MSG_i2d(const void* val, unsigned char** out, int max, const GENERAL_MSG_ITEM* it, int mode)
 {
     if (!IsMode(mode) || it == nullptr)
@@ -130,45 +142,45 @@ void ZKQGeneral_MSG_free(void* val, const GENERAL_MSG_ITEM* it, int Flag, int mo
 
 const GENERAL_MSG_ITEM* ZKQGeneral_INT32_it()
 {
-    return &kInt32;
+    return &kSimpleItems[ZKQ_MSG_KIND_INT32];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_INT64_it()
 {
-    return &kInt64;
+    return &kSimpleItems[ZKQ_MSG_KIND_INT64];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_PTR_it()
 {
-    return &kPtr;
+    return &kSimpleItems[ZKQ_MSG_KIND_PTR];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_STRING_it()
 {
-    return &kString;
+    return &kSimpleItems[ZKQ_MSG_KIND_STRING];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_STRINGPTR_it()
 {
-    return &kStringPtr;
+    return &kSimpleItems[ZKQ_MSG_KIND_STRINGPTR];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_BYTEARRAY_it()
 {
-    return &kByteArray;
+    return &kSimpleItems[ZKQ_MSG_KIND_BYTEARRAY];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_BYTEARRAYPTR_it()
 {
-    return &kByteArrayPtr;
+    return &kSimpleItems[ZKQ_MSG_KIND_BYTEARRAYPTR];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAY_it()
 {
-    return &kIntArray;
+    return &kSimpleItems[ZKQ_MSG_KIND_INTARRAY];
 }
 
 const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAYPTR_it()
 {
-    return &kIntArrayPtr;
+    return &kSimpleItems[ZKQ_MSG_KIND_INTARRAYPTR];
 }

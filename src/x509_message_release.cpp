@@ -1,40 +1,6 @@
 // What a record owns after decoding, and giving it back.
 #include "internal/x509_message.h"
 
-int ArrayCount(const char* record, const Field& field)
-{
-    if (IsPointerKind(field.Type) && LoadPointer(record + field.Offset) == nullptr)
-        return 0;
-    const int count = Load<int32_t>(record + field.ArraySizeOffset);
-    return count < 0 ? ZKQ_MSG_TOO_LONG : count;
-}
-
-int FieldValue(const char* record, const Field& field, const Item* item, Value* value)
-{
-    const char* const place = record + field.Offset;
-    *value = {IsPointerKind(field.Type) ? LoadPointer(place) : place, item, 0, field.SizeofStruct};
-    if (!IsArrayKind(field.Type))
-        return 0;
-    const int count = ArrayCount(record, field);
-    if (count < 0)
-        return count;
-    const bool isOfIntegers = field.Type == ZKQ_MSG_KIND_INTARRAY || field.Type == ZKQ_MSG_KIND_INTARRAYPTR;
-    return __builtin_mul_overflow(count, isOfIntegers ? 4 : 1, &value->length) ? ZKQ_MSG_TOO_LONG : 0;
-}
-
-Value ElementValue(const char* element, const Field& field, const Item* item)
-{
-    const bool isPointer = item->IsStruct == 0 && item->DataType == ZKQ_MSG_KIND_STRINGPTR;
-    return {isPointer ? LoadPointer(element) : element, item, 0, field.SizeofStruct};
-}
-
-Slot FieldSlot(char* record, const Field& field)
-{
-    char* const place = record + field.Offset;
-    char* const count = IsArrayKind(field.Type) ? record + field.ArraySizeOffset : nullptr;
-    return {place, count, field.SizeofStruct, field.Type == ZKQ_MSG_KIND_VALUESPTR ? sizeof(void*) : kAnyRoom};
-}
-
 size_t InlineRoom(const Item* record, size_t size, const Field& field)
 {
     size_t end = size;
@@ -49,11 +15,6 @@ size_t InlineRoom(const Item* record, size_t size, const Field& field)
             stopAt(static_cast<size_t>(std::max(other.ArraySizeOffset, 0)));
     }
     return end - std::min<size_t>(end, field.Offset);
-}
-
-Slot ElementSlot(char* element, const Field& field)
-{
-    return {element, nullptr, field.SizeofStruct, static_cast<size_t>(std::max(field.SizeofStruct, 0))};
 }
 
 namespace {
@@ -83,6 +44,12 @@ public:
     {
         for (int i = 0; item->IsStruct == 1 && i < item->Count; ++i) {
             const Field& field = item->Templates[i];
+            if (!IsPointerKind(field.Type) && field.Type != ZKQ_MSG_KIND_RECORD && field.Type != ZKQ_MSG_KIND_RECORDS)
+                continue;
+            if (mode_ == ZKQ_MSG_DER && field.Type < ZKQ_MSG_KIND_RECORD) {
+                ClearPointer(record + field.Offset); // which was into the input
+                continue;
+            }
             const Item* const below = ItemOf(field);
             if (below != nullptr && !VisitField(record, field, below, take, depth))
                 return false;
@@ -124,8 +91,10 @@ private:
         case ZKQ_MSG_KIND_VALUESPTR:
             ReleaseValues(place, field, item, ArrayCount(record, field));
             return true;
-        default:
+        case ZKQ_MSG_KIND_RECORD:
             return VisitInline(place, field, item, 1, take, depth);
+        default:
+            return true;
         }
     }
     template <class Take>

@@ -174,6 +174,41 @@ TEST(MessageDer, LengthsHaveAsManyBytesAsTheyNeed)
     EXPECT_EQ(ToHex(Encoded(&blob, Blob_it()).substr(0, 6)), "30 81 cb 07 81 c8") << "203 bytes with a content of 200";
 }
 
+TEST(MessageDer, EndsATextThatFillsItsBuffer)
+{
+    struct Full {
+        char text[4];
+    };
+    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_STRING(Full, text, "", "")};
+    const GENERAL_MSG_ITEM it = {1, 0, fields, 1, 0, "", nullptr, nullptr, 0};
+    const Zeroed<Full> full; // of exactly its size
+    memcpy(full->text, "full", 4);
+    EXPECT_EQ(EncodedHex(full.Get(), &it), "30 07 04 05 66 75 6c 6c 00");
+    unsigned char buffer[9];
+    unsigned char* out = buffer;
+    EXPECT_EQ(ZKQGeneral_MSG_i2d(full.Get(), &out, 9, &it, 0), 9);
+}
+
+TEST(MessageDer, ManySmallFieldsAreAsOneByOne)
+{
+    struct Wide {
+        char text[120];
+    };
+    std::vector<GENERAL_MSG_TEMPLATE> fields;
+    for (unsigned i = 0; i < 20; ++i)
+        fields.push_back({ZKQ_MSG_KIND_STRING, 0, "", ZKQGeneral_STRING_it, 0, 120, ""});
+    Wide wide = {};
+    for (size_t length : {10u, 50u, 119u}) {
+        memset(wide.text, 'w', length);
+        std::string content;
+        for (int count = 0; count <= 20; ++count) { // over the end of any fixed room
+            const GENERAL_MSG_ITEM it = {1, 0, fields.data(), count, 0, "", nullptr, nullptr, 0};
+            EXPECT_EQ(ToHex(Encoded(&wide, &it)), ToHex(Tlv(0x30, content))) << count;
+            content += Tlv(4, std::string(length, 'w') + '\0');
+        }
+    }
+}
+
 TEST(MessageDer, RefusesWhatCannotBeEncoded)
 {
     unsigned char byte = 0;

@@ -7,13 +7,13 @@
 inline constexpr char kX509Source[] = "x509";
 
 /// Tells of a failure; the line is the caller's.
-inline void LogX509(const char* text, int line = __builtin_LINE())
+[[gnu::cold, gnu::noinline]] inline void LogX509(const char* text, int line = __builtin_LINE())
 {
     General_LibraryLog(ZKQ_LOG_ERROR, text, kX509Source, line);
 }
 
 /// Tells of a failure, and returns its code.
-inline int FailX509(int code, const char* text, int line = __builtin_LINE())
+[[gnu::cold, gnu::noinline]] inline int FailX509(int code, const char* text, int line = __builtin_LINE())
 {
     LogX509(text, line);
     return code;

@@ -61,9 +61,18 @@ inline void ClearPointer(void* to)
     Store<void*>(to, nullptr);
 }
 
-/// The item of a field; null if the template names none.
+/// The built-in items by their kinds, and the functions that return them.
+using ItemFunction = const Item* (*)();
+inline constexpr int kSimpleKinds = ZKQ_MSG_KIND_INTARRAYPTR;
+extern const Item kSimpleItems[kSimpleKinds + 1];
+extern const ItemFunction kSimpleItemFunctions[kSimpleKinds + 1];
+
+/// The item of a field; null if the template names none. Most are built in, and need no call.
 inline const Item* ItemOf(const Field& field)
 {
+    const auto kind = static_cast<unsigned>(field.Type);
+    if (kind <= unsigned{kSimpleKinds} && field.item == kSimpleItemFunctions[kind] && kind != 0)
+        return &kSimpleItems[kind];
     return field.item == nullptr ? nullptr : field.item();
 }
 
@@ -132,11 +141,34 @@ struct Value {
 };
 
 /// The count of an array field, which is 0 behind a null pointer; negative: ZKQ_MSG_TOO_LONG.
-int ArrayCount(const char* record, const Field& field);
+inline int ArrayCount(const char* record, const Field& field)
+{
+    if (IsPointerKind(field.Type) && LoadPointer(record + field.Offset) == nullptr)
+        return 0;
+    const int count = Load<int32_t>(record + field.ArraySizeOffset);
+    return count < 0 ? ZKQ_MSG_TOO_LONG : count;
+}
+
 /// The value of a field that is no array of records; 0 or a code.
-int FieldValue(const char* record, const Field& field, const Item* item, Value* value);
+inline int FieldValue(const char* record, const Field& field, const Item* item, Value* value)
+{
+    const char* const place = record + field.Offset;
+    *value = {IsPointerKind(field.Type) ? LoadPointer(place) : place, item, 0, field.SizeofStruct};
+    if (!IsArrayKind(field.Type))
+        return 0;
+    const int count = ArrayCount(record, field);
+    if (count < 0)
+        return count;
+    const bool isOfIntegers = field.Type == ZKQ_MSG_KIND_INTARRAY || field.Type == ZKQ_MSG_KIND_INTARRAYPTR;
+    return __builtin_mul_overflow(count, isOfIntegers ? 4 : 1, &value->length) ? ZKQ_MSG_TOO_LONG : 0;
+}
+
 /// An element of an array.
-Value ElementValue(const char* element, const Field& field, const Item* item);
+inline Value ElementValue(const char* element, const Field& field, const Item* item)
+{
+    const bool isPointer = item->IsStruct == 0 && item->DataType == ZKQ_MSG_KIND_STRINGPTR;
+    return {isPointer ? LoadPointer(element) : element, item, 0, field.SizeofStruct};
+}
 
 /// What a decoding has allocated so far. If it fails all of it is released here, exactly, whatever the record says.
 class Allocations {
@@ -183,13 +215,22 @@ struct Slot {
 };
 inline constexpr size_t kAnyRoom = SIZE_MAX;
 
-/// The slot of a field that is no array of records.
-Slot FieldSlot(char* record, const Field& field);
 /// Bytes for the elements of an inline array, of which templates do not tell: up to the next field that the record's
 /// templates know, or its end.
 size_t InlineRoom(const Item* record, size_t size, const Field& field);
+/// The slot of a field that is no array of records.
+inline Slot FieldSlot(char* record, const Field& field)
+{
+    char* const place = record + field.Offset;
+    char* const count = IsArrayKind(field.Type) ? record + field.ArraySizeOffset : nullptr;
+    return {place, count, field.SizeofStruct, field.Type == ZKQ_MSG_KIND_VALUESPTR ? sizeof(void*) : kAnyRoom};
+}
+
 /// The slot of an element.
-Slot ElementSlot(char* element, const Field& field);
+inline Slot ElementSlot(char* element, const Field& field)
+{
+    return {element, nullptr, field.SizeofStruct, static_cast<size_t>(std::max(field.SizeofStruct, 0))};
+}
 
 /// Mode 0.
 int EncodeDer(const char* val, unsigned char** out, int max, const Item* it);
