@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The first programs that the README and the XML guide show are those in examples/, and what they are said to print is
-# what they print.
+# The first programs that the README and the XML guide show are those in examples/, and what they and the one of the
+# message guide are said to print is what they print.
 set -euo pipefail
 source=$1 program=$2 build=$3
 work=$(mktemp -d "$build/docs-test.XXXXXX")
@@ -20,7 +20,10 @@ diff <(block c docs/xml.md) "$source/examples/servers.c"
 diff <(echo "alpha listens on 8080") <("$build/examples/servers")
 diff <(block xml docs/xml.md) servers.xml
 
+"$build/examples/records" >records.txt
+block text docs/messages.md | diff - <(head -n 7 records.txt)
+
 while read -r link; do
     [ -e "$source/$link" ] || { echo "docs: README or CONTRIBUTING names $link, which is not there"; exit 1; }
 done < <(grep -ohP '\]\(\K[^):#]+(?=\))' "$source"/README.md "$source"/CONTRIBUTING.md)
-echo "docs: the README and the first program of the XML guide are true"
+echo "docs: the README and the programs of the XML and message guides are true"
