@@ -140,7 +140,8 @@ const GENERAL_MSG_TEMPLATE kList[] = {ZKQ_MSG_RECORDSPTR(List, entries, count, E
 ZKQ_MSG_RECORD_ITEM(List_it, kList)
 const GENERAL_MSG_TEMPLATE kJsonList[] = {ZKQ_MSG_RECORDSPTR(List, entries, count, Entry_it, "", "list")};
 ZKQ_MSG_RECORD_ITEM(JsonList_it, kJsonList)
-const GENERAL_MSG_TEMPLATE kXmlList[] = {ZKQ_MSG_RECORDSPTR(List, entries, count, Entry_it, "", "/r/list/entry/count@")};
+const GENERAL_MSG_TEMPLATE kXmlList[] = {
+    ZKQ_MSG_RECORDSPTR(List, entries, count, Entry_it, "", "/r/list/entry/count@")};
 ZKQ_MSG_RECORD_ITEM(XmlList_it, kXmlList)
 
 const GENERAL_MSG_ITEM* ListItem(int mode)
@@ -157,9 +158,8 @@ std::string EncodedList(std::int64_t count, int mode)
     const int result = ZKQGeneral_MSG_i2d(&list, &out, 0, ListItem(mode), mode);
     if (result < 0 || out == nullptr)
         return {};
-    std::string text = mode == ZKQ_MSG_DER
-                           ? std::string(reinterpret_cast<char*>(out), static_cast<std::size_t>(result))
-                           : std::string(reinterpret_cast<char*>(out));
+    std::string text = mode == ZKQ_MSG_DER ? std::string(reinterpret_cast<char*>(out), static_cast<std::size_t>(result))
+                                           : std::string(reinterpret_cast<char*>(out));
     ZKQGeneral_FreeMallocBuffer(out);
     return text;
 }

@@ -67,20 +67,32 @@ typedef struct {
     ASN1_OCTET_STRING* blobs[kBlobs];
 } ASN1_RECORD;
 
-ASN1_SEQUENCE(ASN1_RECORD) = {
-    ASN1_EMBED(ASN1_RECORD, numbers[0], INT32),           ASN1_EMBED(ASN1_RECORD, numbers[1], INT32),
-    ASN1_EMBED(ASN1_RECORD, numbers[2], INT32),           ASN1_EMBED(ASN1_RECORD, numbers[3], INT32),
-    ASN1_EMBED(ASN1_RECORD, numbers[4], INT32),           ASN1_EMBED(ASN1_RECORD, numbers[5], INT32),
-    ASN1_EMBED(ASN1_RECORD, numbers[6], INT32),           ASN1_EMBED(ASN1_RECORD, numbers[7], INT32),
-    ASN1_EMBED(ASN1_RECORD, wides[0], INT64),             ASN1_EMBED(ASN1_RECORD, wides[1], INT64),
-    ASN1_EMBED(ASN1_RECORD, wides[2], INT64),             ASN1_EMBED(ASN1_RECORD, wides[3], INT64),
-    ASN1_SIMPLE(ASN1_RECORD, texts[0], ASN1_UTF8STRING),  ASN1_SIMPLE(ASN1_RECORD, texts[1], ASN1_UTF8STRING),
-    ASN1_SIMPLE(ASN1_RECORD, texts[2], ASN1_UTF8STRING),  ASN1_SIMPLE(ASN1_RECORD, texts[3], ASN1_UTF8STRING),
-    ASN1_SIMPLE(ASN1_RECORD, texts[4], ASN1_UTF8STRING),  ASN1_SIMPLE(ASN1_RECORD, blobs[0], ASN1_OCTET_STRING),
-    ASN1_SIMPLE(ASN1_RECORD, blobs[1], ASN1_OCTET_STRING), ASN1_SIMPLE(ASN1_RECORD, blobs[2], ASN1_OCTET_STRING),
+ASN1_SEQUENCE(ASN1_RECORD) =
+    {
+        ASN1_EMBED(ASN1_RECORD, numbers[0], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[1], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[2], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[3], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[4], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[5], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[6], INT32),
+        ASN1_EMBED(ASN1_RECORD, numbers[7], INT32),
+        ASN1_EMBED(ASN1_RECORD, wides[0], INT64),
+        ASN1_EMBED(ASN1_RECORD, wides[1], INT64),
+        ASN1_EMBED(ASN1_RECORD, wides[2], INT64),
+        ASN1_EMBED(ASN1_RECORD, wides[3], INT64),
+        ASN1_SIMPLE(ASN1_RECORD, texts[0], ASN1_UTF8STRING),
+        ASN1_SIMPLE(ASN1_RECORD, texts[1], ASN1_UTF8STRING),
+        ASN1_SIMPLE(ASN1_RECORD, texts[2], ASN1_UTF8STRING),
+        ASN1_SIMPLE(ASN1_RECORD, texts[3], ASN1_UTF8STRING),
+        ASN1_SIMPLE(ASN1_RECORD, texts[4], ASN1_UTF8STRING),
+        ASN1_SIMPLE(ASN1_RECORD, blobs[0], ASN1_OCTET_STRING),
+        ASN1_SIMPLE(ASN1_RECORD, blobs[1], ASN1_OCTET_STRING),
+        ASN1_SIMPLE(ASN1_RECORD, blobs[2], ASN1_OCTET_STRING),
 } static_ASN1_SEQUENCE_END(ASN1_RECORD)
 
-void* OpenSslMake(const struct Values* values)
+        void *
+    OpenSslMake(const struct Values* values)
 {
     ASN1_RECORD* record = (ASN1_RECORD*)ASN1_item_new(ASN1_ITEM_rptr(ASN1_RECORD));
     memcpy(record->numbers, values->numbers, sizeof record->numbers);

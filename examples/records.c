@@ -9,24 +9,24 @@ typedef struct PORT {
 } PORT;
 
 typedef struct SERVER {
-    int id;                     /*  1 INT32 */
-    int64_t started;            /*  2 INT64 */
-    void* cookie;               /*  3 PTR: the value of the pointer itself */
-    char name[16];              /*  4 STRING */
-    char* owner;                /*  5 STRINGPTR */
-    unsigned char address[4];   /*  6 BYTEARRAY */
+    int id;                   /*  1 INT32 */
+    int64_t started;          /*  2 INT64 */
+    void* cookie;             /*  3 PTR: the value of the pointer itself */
+    char name[16];            /*  4 STRING */
+    char* owner;              /*  5 STRINGPTR */
+    unsigned char address[4]; /*  6 BYTEARRAY */
     int address_size;
-    unsigned char* key;         /*  7 BYTEARRAYPTR */
+    unsigned char* key; /*  7 BYTEARRAYPTR */
     int key_size;
-    int limits[3];              /*  8 INTARRAY */
+    int limits[3]; /*  8 INTARRAY */
     int limit_count;
-    int* samples;               /*  9 INTARRAYPTR */
+    int* samples; /*  9 INTARRAYPTR */
     int sample_count;
-    PORT admin;                 /* 10 a record inside */
-    PORT* backup;               /* 11 a pointer to a record */
-    PORT ports[4];              /* 12 records inside */
+    PORT admin;    /* 10 a record inside */
+    PORT* backup;  /* 11 a pointer to a record */
+    PORT ports[4]; /* 12 records inside */
     int port_count;
-    struct SERVER* peers;       /* 13 a pointer to records, here of the same type */
+    struct SERVER* peers; /* 13 a pointer to records, here of the same type */
     int peer_count;
 } SERVER;
 
@@ -93,8 +93,9 @@ static int Bytes(void)
     char owner[] = "root";
     PORT backup = {8443, "https"};
     SERVER peer = {.id = 2, .name = "beta"};
-    SERVER server = {1, 1700000000, &peer, "alpha", owner, {10, 0, 0, 1}, 4, key, 3, {100, 200}, 2, samples, 2,
-                     {22, "ssh"}, &backup, {{80, "http"}, {443, "https"}}, 2, &peer, 1};
+    SERVER server = {1, 1700000000, &peer, "alpha", owner, {10, 0, 0, 1}, 4,       key,
+                     3, {100, 200}, 2,     samples, 2,     {22, "ssh"},   &backup, {{80, "http"}, {443, "https"}},
+                     2, &peer,      1};
     unsigned char* bytes = NULL;
     SERVER copy;
     int length = ZKQGeneral_MSG_i2d(&server, &bytes, 0, SERVER_it(), ZKQ_MSG_DER);

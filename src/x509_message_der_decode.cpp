@@ -237,8 +237,7 @@ private:
         if (field.Type == ZKQ_MSG_KIND_VALUESPTR && item->IsStruct == 1) // it would not fit into the pointer
             return FailX509(ZKQ_MSG_UNSUPPORTED, Message::MsgCannotDecode);
         const size_t rest = frame.size - std::min<size_t>(frame.size, field.Offset);
-        const size_t size =
-            field.SizeofStruct > 0 ? std::min(rest, static_cast<size_t>(field.SizeofStruct)) : rest;
+        const size_t size = field.SizeofStruct > 0 ? std::min(rest, static_cast<size_t>(field.SizeofStruct)) : rest;
         return Decode(FieldSlot(frame.record, field), item, size, frame.end);
     }
     int Pointed(const DecodeFrame& frame, const Field& field, const Item* item)

@@ -175,8 +175,7 @@ private:
 int TextSize(const Value& value)
 {
     const bool hasBuffer = value.item->DataType == ZKQ_MSG_KIND_STRING && value.capacity > 0;
-    const size_t size =
-        hasBuffer ? strnlen(value.object, static_cast<size_t>(value.capacity)) : strlen(value.object);
+    const size_t size = hasBuffer ? strnlen(value.object, static_cast<size_t>(value.capacity)) : strlen(value.object);
     return size < INT_MAX ? static_cast<int>(size) + 1 : ZKQ_MSG_TOO_LONG;
 }
 

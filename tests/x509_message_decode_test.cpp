@@ -45,24 +45,22 @@ ZKQ_MSG_RECORD_ITEM(Integers_it, kIntegers)
 
 TEST(MessageDecode, IntegersAreOfTheirSize)
 {
-    CheckRows<Integers>(
-        Integers_it(),
-        {{"02 08 01 02 03 04 05 06 07 08", 0, [](const Integers& r) { return r.i64 == 0x0102030405060708; }},
-         {"02 07 01 02 03 04 05 06 07", -8, nullptr},
-         {"02 09 01 02 03 04 05 06 07 08 09", -8, nullptr},
-         {"02 00", -8, nullptr},
-         {"02 08 00 00 00 00 00 00 00 00 03 08 00 00 00 00 00 00 00 ff", 0,
-          [](const Integers& r) { return r.ptr == reinterpret_cast<void*>(255); }},
-         {"02 08 00 00 00 00 00 00 00 00 03 04 00 00 00 01", -8, nullptr},
-         {"02 08 00 00 00 00 00 00 00 00 02 08 00 00 00 00 00 00 00 01", -6, nullptr}});
+    CheckRows<Integers>(Integers_it(), {{"02 08 01 02 03 04 05 06 07 08", 0,
+                                         [](const Integers& r) { return r.i64 == 0x0102030405060708; }},
+                                        {"02 07 01 02 03 04 05 06 07", -8, nullptr},
+                                        {"02 09 01 02 03 04 05 06 07 08 09", -8, nullptr},
+                                        {"02 00", -8, nullptr},
+                                        {"02 08 00 00 00 00 00 00 00 00 03 08 00 00 00 00 00 00 00 ff", 0,
+                                         [](const Integers& r) { return r.ptr == reinterpret_cast<void*>(255); }},
+                                        {"02 08 00 00 00 00 00 00 00 00 03 04 00 00 00 01", -8, nullptr},
+                                        {"02 08 00 00 00 00 00 00 00 00 02 08 00 00 00 00 00 00 00 01", -6, nullptr}});
 }
 
 struct Texts {
     char text[4];
     char* pointer;
 };
-const GENERAL_MSG_TEMPLATE kTexts[] = {ZKQ_MSG_STRING(Texts, text, "", ""),
-                                       ZKQ_MSG_STRINGPTR(Texts, pointer, "", "")};
+const GENERAL_MSG_TEMPLATE kTexts[] = {ZKQ_MSG_STRING(Texts, text, "", ""), ZKQ_MSG_STRINGPTR(Texts, pointer, "", "")};
 ZKQ_MSG_RECORD_ITEM(Texts_it, kTexts)
 
 TEST(MessageDecode, TextsFitAndEnd)
@@ -96,17 +94,16 @@ ZKQ_MSG_RECORD_ITEM(Buffers_it, kBuffers)
 
 TEST(MessageDecode, BuffersHoldWhatFits)
 {
-    CheckRows<Buffers>(
-        Buffers_it(),
-        {{"06 04 01 02 03 04", 0, [](const Buffers& r) { return r.byteCount == 4 && r.bytes[3] == 4; }},
-         {"06 00", 0, [](const Buffers& r) { return r.byteCount == 0; }},
-         {"06 05 01 02 03 04 05", -3, [](const Buffers& r) { return r.byteCount == 0; }},
-         {"06 00 08 08 00 00 00 01 ff ff ff ff", 0,
-          [](const Buffers& r) { return r.intCount == 2 && r.ints[0] == 1 && r.ints[1] == -1; }},
-         {"06 00 08 0c 00 00 00 01 00 00 00 02 00 00 00 03", -3, nullptr},
-         {"06 00 08 07 00 00 00 01 aa bb cc", 0,
-          [](const Buffers& r) { return r.intCount == 1 && r.ints[0] == 1; }}, // whole ones count
-         {"06 00 08 03 01 02 03", 0, [](const Buffers& r) { return r.intCount == 0; }}});
+    CheckRows<Buffers>(Buffers_it(),
+                       {{"06 04 01 02 03 04", 0, [](const Buffers& r) { return r.byteCount == 4 && r.bytes[3] == 4; }},
+                        {"06 00", 0, [](const Buffers& r) { return r.byteCount == 0; }},
+                        {"06 05 01 02 03 04 05", -3, [](const Buffers& r) { return r.byteCount == 0; }},
+                        {"06 00 08 08 00 00 00 01 ff ff ff ff", 0,
+                         [](const Buffers& r) { return r.intCount == 2 && r.ints[0] == 1 && r.ints[1] == -1; }},
+                        {"06 00 08 0c 00 00 00 01 00 00 00 02 00 00 00 03", -3, nullptr},
+                        {"06 00 08 07 00 00 00 01 aa bb cc", 0,
+                         [](const Buffers& r) { return r.intCount == 1 && r.ints[0] == 1; }}, // whole ones count
+                        {"06 00 08 03 01 02 03", 0, [](const Buffers& r) { return r.intCount == 0; }}});
 }
 
 struct Pointers {
@@ -270,7 +267,8 @@ struct Values {
 
 TEST(MessageDecode, ValuesAreOneValueInThePointer)
 {
-    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_VALUESPTR(Values, values, count, ZKQGeneral_INT32_it, "", "")};
+    static const GENERAL_MSG_TEMPLATE fields[] = {
+        ZKQ_MSG_VALUESPTR(Values, values, count, ZKQGeneral_INT32_it, "", "")};
     const GENERAL_MSG_ITEM it = {1, 0, fields, 1, 0, "", nullptr, nullptr, 0};
     int numbers[] = {7, 8};
     Values values = {numbers, 2};
@@ -306,9 +304,8 @@ TEST(MessageDecode, SimpleItemsBehindPointersAndInArrays)
         int64_t* many;
         int count;
     };
-    static const GENERAL_MSG_TEMPLATE fields[] = {
-        ZKQ_MSG_RECORDPTR(Simple, one, ZKQGeneral_INT32_it, "", ""),
-        ZKQ_MSG_RECORDSPTR(Simple, many, count, ZKQGeneral_INT64_it, "", "")};
+    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_RECORDPTR(Simple, one, ZKQGeneral_INT32_it, "", ""),
+                                                  ZKQ_MSG_RECORDSPTR(Simple, many, count, ZKQGeneral_INT64_it, "", "")};
     const GENERAL_MSG_ITEM it = {1, 0, fields, 2, 0, "", nullptr, nullptr, 0};
     int one = 5;
     int64_t many[] = {1, -1};
@@ -347,7 +344,8 @@ std::string DeepChain(int depth, const std::string& innermost)
         const std::string value = FromHex("01 04 00 00 00 01");
         reversed.append(value.rbegin(), value.rend());
         size += value.size();
-        const std::string header = Tlv(0x30, std::string(size, 'x')).substr(0, Tlv(0x30, std::string(size, 'x')).size() - size);
+        const std::string header =
+            Tlv(0x30, std::string(size, 'x')).substr(0, Tlv(0x30, std::string(size, 'x')).size() - size);
         reversed.append(header.rbegin(), header.rend());
         size += header.size();
     }
@@ -447,8 +445,8 @@ TEST(MessageDecode, SurvivesEveryChangeOfAByte)
     char text[] = "t";
     Named pointed = {"p", text};
     Named items[] = {{"a", text}, {"b", nullptr}};
-    const All all = {1, 2, nullptr, "x", text, {1}, 1, bytes, 2, {3}, 1, ints, 2, {"in", text}, &pointed, {{1}, {2}}, 2,
-                     items, 2};
+    const All all = {1, 2,    nullptr, "x",          text,     {1},        1, bytes, 2, {3},
+                     1, ints, 2,       {"in", text}, &pointed, {{1}, {2}}, 2, items, 2};
     const std::string encoded = Encoded(&all, All_it());
     const Zeroed<All> copy;
     const auto decode = [&](const std::string& changed) {

@@ -149,8 +149,7 @@ TEST_F(MessageLog, TellsWhatIsWrongWithTheBytes)
                 {0, "30 03 01 01 00", "解析INT32数据时长度不正确！"},
                 {1, "30 03 02 01 00", "解析INT64数据时长度不正确！"},
                 {2, "30 03 03 01 00", "解析INT64数据时长度不正确！"},
-                {3, "30 0f 04 0d 31 32 33 34 35 36 37 38 39 31 32 33 00",
-                 "解析BYTEARRAY数据时缓冲区不足以存储数据！"},
+                {3, "30 0f 04 0d 31 32 33 34 35 36 37 38 39 31 32 33 00", "解析BYTEARRAY数据时缓冲区不足以存储数据！"},
                 {5, "30 0b 06 09 31 32 33 34 35 36 37 38 39", "解析BYTEARRAY数据时缓冲区不足以存储数据！"},
                 {7, "30 13 08 11 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
                  "解析INTARRAY数据时缓冲区不足以存储数据！"},
@@ -181,8 +180,7 @@ TEST_F(MessageLog, TellsWhatIsWrongWithTemplates)
     EXPECT_EQ(Told([&] { ZKQGeneral_MSG_d2i(&copy, 4, input.Data(), 2, &item, 0); }),
               "解析简单类型数据时遇到了未知的类型！");
     item.IsStruct = 7;
-    EXPECT_EQ(Told([&] { ZKQGeneral_MSG_d2i(&copy, 4, input.Data(), 2, &item, 0); }),
-              "解析数据时IsStruct信息不正确！");
+    EXPECT_EQ(Told([&] { ZKQGeneral_MSG_d2i(&copy, 4, input.Data(), 2, &item, 0); }), "解析数据时IsStruct信息不正确！");
 }
 
 TEST_F(MessageLog, TellsWhatIsWrongWithPaths)
@@ -197,11 +195,11 @@ TEST_F(MessageLog, TellsWhatIsWrongWithPaths)
         const char* path;
         const char* encoding;
         const char* decoding;
-    } rows[] = {{nullptr, "封装数据时未指定XPath信息！", "解析结构数组类型的数据时未指定XPath信息！"},
-                {"/a/b", "封装数据时结构数组指针指定的XPath信息不合法！",
-                 "解析结构数组类型的数据时指定的XPath信息不合法！"},
-                {"/a[x]/b/c", "封装结构数组指针类型数据时查找父节点失败！", ""},
-                {"/r/b/@", "封装结构数组指针类型数据时添加总数失败！", ""}};
+    } rows[] = {
+        {nullptr, "封装数据时未指定XPath信息！", "解析结构数组类型的数据时未指定XPath信息！"},
+        {"/a/b", "封装数据时结构数组指针指定的XPath信息不合法！", "解析结构数组类型的数据时指定的XPath信息不合法！"},
+        {"/a[x]/b/c", "封装结构数组指针类型数据时查找父节点失败！", ""},
+        {"/r/b/@", "封装结构数组指针类型数据时添加总数失败！", ""}};
     for (const auto& row : rows) {
         const GENERAL_MSG_TEMPLATE field = ZKQ_MSG_RECORDSPTR(One, leaves, count, Leaf_it, "", row.path);
         const GENERAL_MSG_ITEM it = {1, 0, &field, 1, 0, "", nullptr, nullptr, 0};

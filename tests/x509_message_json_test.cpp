@@ -76,8 +76,8 @@ TEST(MessageJson, WritesEachKindAndReadsItBack)
     char* texts[] = {a, bc};
     Named record = {"r", nullptr};
     Named items[] = {{"i0", note}, {"", nullptr}};
-    const Doc doc = {-1, "1234567", text, {0x01, 0xAB}, 2, bytes, 3, {"in", note}, &record, {{10}, {20}}, 2, items, 2,
-                     numbers, 3, texts, 2};
+    const Doc doc = {-1, "1234567", text, {0x01, 0xAB}, 2, bytes, 3, {"in", note}, &record, {{10}, {20}},
+                     2,  items,     2,    numbers,      3, texts, 2};
     EXPECT_EQ(Json(doc, Doc_it()), kSample);
     const Zeroed<Doc> copy;
     const auto decode = [&] {
@@ -198,9 +198,14 @@ TEST(MessageJson, BytesFitOrFail)
         const char* text;
         int result;
         int count;
-    } rows[] = {{hex, R"({"v":"01ab"})", 0, 2},  {hex, R"({"v":"01ab02"})", -3, 0}, {hex, R"({"v":"0"})", 22, 0},
-                {hex, R"({"v":5})", 0, 0},       {hex, "{}", 0, 0},                 {b64, R"({"v":"Aas="})", 0, 2},
-                {b64, R"({"v":"AQID"})", -3, 0}, {b64, R"({"v":"*"})", 22, 0}};
+    } rows[] = {{hex, R"({"v":"01ab"})", 0, 2},
+                {hex, R"({"v":"01ab02"})", -3, 0},
+                {hex, R"({"v":"0"})", 22, 0},
+                {hex, R"({"v":5})", 0, 0},
+                {hex, "{}", 0, 0},
+                {b64, R"({"v":"Aas="})", 0, 2},
+                {b64, R"({"v":"AQID"})", -3, 0},
+                {b64, R"({"v":"*"})", 22, 0}};
     for (const auto& row : rows) {
         const GENERAL_MSG_ITEM it = {1, 0, row.field, 1, 0, "", nullptr, nullptr, 0};
         Bytes bytes;
@@ -267,9 +272,8 @@ TEST(MessageJson, ANumberBehindAPointerIsNeverThere)
         int* never;
         int value;
     };
-    static const GENERAL_MSG_TEMPLATE fields[] = {
-        ZKQ_MSG_RECORDPTR(Marked, never, ZKQGeneral_INT32_it, "never", "x"),
-        ZKQ_MSG_INT32(Marked, value, "value", "")};
+    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_RECORDPTR(Marked, never, ZKQGeneral_INT32_it, "never", "x"),
+                                                  ZKQ_MSG_INT32(Marked, value, "value", "")};
     const GENERAL_MSG_ITEM it = {1, 0, fields, 2, 0, "", nullptr, nullptr, 0};
     int number = 5;
     const Marked marked = {&number, 1};
@@ -334,9 +338,10 @@ TEST(MessageJson, ADocumentCannotSendTheReaderInCircles)
         int rightCount;
     };
     static const GENERAL_MSG_ITEM* (*itself)() = nullptr;
-    static const GENERAL_MSG_TEMPLATE fields[] = {
-        ZKQ_MSG_RECORDSPTR(Twin, left, leftCount, [] { return itself(); }, "", "left"),
-        ZKQ_MSG_RECORDSPTR(Twin, right, rightCount, [] { return itself(); }, "", "right")};
+    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_RECORDSPTR(
+                                                      Twin, left, leftCount, [] { return itself(); }, "", "left"),
+                                                  ZKQ_MSG_RECORDSPTR(
+                                                      Twin, right, rightCount, [] { return itself(); }, "", "right")};
     static const GENERAL_MSG_ITEM it = {1, 0, fields, 2, 0, "", nullptr, nullptr, 0};
     itself = [] { return &it; };
     Twin twin;

@@ -126,14 +126,14 @@ TEST(MessageDer, EncodesEachKind)
     all.recordCount = 2;
     all.recordPtr = items;
     all.recordPtrCount = 2;
-    const std::string content =
-        FromHex("01 04 ff ff ff fe  02 08 01 02 03 04 05 06 07 08") + Tlv(3, FakeAddress(&leaf)) +
-        FromHex("04 03 61 62 00  05 03 78 79 00  06 03 09 08 07  07 02 09 08  08 04 00 00 00 05"
-                "09 08 ff ff ff ff 01 02 03 04"
-                "30 07 04 03 69 6e 00 05 00"
-                "30 06 04 02 70 00 05 00"
-                "40 04 00 00 00 02  30 06 01 04 00 00 00 01  30 06 01 04 00 00 00 02"
-                "40 04 00 00 00 02  30 09 04 02 61 00 05 03 78 79 00  30 05 04 01 00 05 00");
+    const std::string content = FromHex("01 04 ff ff ff fe  02 08 01 02 03 04 05 06 07 08") +
+                                Tlv(3, FakeAddress(&leaf)) +
+                                FromHex("04 03 61 62 00  05 03 78 79 00  06 03 09 08 07  07 02 09 08  08 04 00 00 00 05"
+                                        "09 08 ff ff ff ff 01 02 03 04"
+                                        "30 07 04 03 69 6e 00 05 00"
+                                        "30 06 04 02 70 00 05 00"
+                                        "40 04 00 00 00 02  30 06 01 04 00 00 00 01  30 06 01 04 00 00 00 02"
+                                        "40 04 00 00 00 02  30 09 04 02 61 00 05 03 78 79 00  30 05 04 01 00 05 00");
     EXPECT_EQ(EncodedHex(&all, All_it()), ToHex(Tlv(0x30, content)));
 }
 
@@ -261,8 +261,7 @@ Spent Spend(const void* record, const GENERAL_MSG_ITEM* it, int max, size_t room
     const int result = ZKQGeneral_MSG_i2d(record, &out, max, it, 0);
     const auto written = static_cast<int>(out - buffer.get());
     if (result >= 0) {
-        EXPECT_EQ(std::string(buffer.get(), out),
-                  Encoded(record, it).substr(0, static_cast<size_t>(written)));
+        EXPECT_EQ(std::string(buffer.get(), out), Encoded(record, it).substr(0, static_cast<size_t>(written)));
     }
     return {result, written};
 }
@@ -339,8 +338,8 @@ TEST(MessageDer, ComesBackAsItWas)
     char text[] = "some text";
     Named pointed = {"p", text};
     Named items[] = {{"a", text}, {"", nullptr}, {"1234567", text}};
-    All all = {-7, INT64_MIN, text, "hello world", text, {1, 2}, 2, bytes, 3, {4, -5}, 2, ints, 2, {"in", text},
-               &pointed, {{1}, {2}, {3}}, 3, items, 3};
+    All all = {-7, INT64_MIN, text, "hello world", text,     {1, 2},          2, bytes, 3, {4, -5},
+               2,  ints,      2,    {"in", text},  &pointed, {{1}, {2}, {3}}, 3, items, 3};
     const std::string encoded = Encoded(&all, All_it());
     const ExactBytes input(encoded + "what follows is ignored");
     const Zeroed<All> copy;
@@ -427,30 +426,30 @@ TEST(MessageDer, ChecksHeadersInTheirOrder)
     const auto isOne = [](const Leaf& leaf) { return leaf.value == 1; };
     const auto isNone = [](const Leaf& leaf) { return leaf.value == 0; };
     CheckRows<Leaf>(Leaf_it(), {
-        {"", -3, isNone},
-        {"30", -3, isNone},
-        {"30 06 01 04 00 00 00", -3, isNone},                              // the record is longer than the input
-        {"10 06 01 04 00 00 00 01", 0, isOne},                             // five bits of the tag count
-        {"31 06 01 04 00 00 00 01", -6, isNone},
-        {"31 07 01 04 00 00 00 01", -3, isNone},                           // length before tag
-        {"31 85 01 04 00 00 00 01", -5, isNone},                           // and the length's own form before that
-        {"30 81 06 01 04 00 00 00 01", 0, isOne},
-        {"30 84 00 00 00 06 01 04 00 00 00 01", 0, isOne},
-        {"30 85 00 00 00 00 06 01 04 00 00 00 01", -5, isNone},
-        {"30 ff 00 00 00 00 06", -5, isNone},
-        {"30 80 01 04 00 00 00 01", 0, isNone},                            // no bytes of length: nothing in it
-        {"30 82 01", -3, isNone},
-        {"30 84 ff ff ff ff", -5, isNone},
-        {"30 84 01 00 00 00", -5, isNone},
-        {"30 83 ff ff ff", -3, isNone},
-        {"30 02 01 00", -8, isNone},
-        {"30 05 01 03 00 00 00", -8, isNone},
-        {"30 07 01 05 00 00 00 00 01", -8, isNone},
-        {"30 06 02 04 00 00 00 01", -6, isNone},
-        {"30 06 01 05 00 00 00 01", -3, isNone},                           // longer than the record it is in
-        {"30 01 01", -3, isNone},
-        {"30 09 01 04 00 00 00 01 99 99 99", 0, isOne},                    // more than the template has
-    });
+                                   {"", -3, isNone},
+                                   {"30", -3, isNone},
+                                   {"30 06 01 04 00 00 00", -3, isNone},  // the record is longer than the input
+                                   {"10 06 01 04 00 00 00 01", 0, isOne}, // five bits of the tag count
+                                   {"31 06 01 04 00 00 00 01", -6, isNone},
+                                   {"31 07 01 04 00 00 00 01", -3, isNone}, // length before tag
+                                   {"31 85 01 04 00 00 00 01", -5, isNone}, // and the length's own form before that
+                                   {"30 81 06 01 04 00 00 00 01", 0, isOne},
+                                   {"30 84 00 00 00 06 01 04 00 00 00 01", 0, isOne},
+                                   {"30 85 00 00 00 00 06 01 04 00 00 00 01", -5, isNone},
+                                   {"30 ff 00 00 00 00 06", -5, isNone},
+                                   {"30 80 01 04 00 00 00 01", 0, isNone}, // no bytes of length: nothing in it
+                                   {"30 82 01", -3, isNone},
+                                   {"30 84 ff ff ff ff", -5, isNone},
+                                   {"30 84 01 00 00 00", -5, isNone},
+                                   {"30 83 ff ff ff", -3, isNone},
+                                   {"30 02 01 00", -8, isNone},
+                                   {"30 05 01 03 00 00 00", -8, isNone},
+                                   {"30 07 01 05 00 00 00 00 01", -8, isNone},
+                                   {"30 06 02 04 00 00 00 01", -6, isNone},
+                                   {"30 06 01 05 00 00 00 01", -3, isNone}, // longer than the record it is in
+                                   {"30 01 01", -3, isNone},
+                                   {"30 09 01 04 00 00 00 01 99 99 99", 0, isOne}, // more than the template has
+                               });
 }
 
 TEST(MessageDer, ComparesFiveBitsOfATag)

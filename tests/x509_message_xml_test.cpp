@@ -65,12 +65,11 @@ Doc Sample(Named* record, Named* items)
     return doc;
 }
 
-constexpr char kSample[] =
-    "<doc flag=\"7\"><id>4294967295</id><head pointer=\"some text\"><text>1234567</text></head>"
-    "<inside note=\"a note\"><name>in</name></inside><record note=\"\"><name>r</name></record>"
-    "<List Count=\"2\"><Item><value>10</value></Item><Item><value>20</value></Item></List>"
-    "<deep><er><number>2</number><item note=\"a note\"><name>i0</name></item>"
-    "<item note=\"\"><name></name></item></er></deep></doc>";
+constexpr char kSample[] = "<doc flag=\"7\"><id>4294967295</id><head pointer=\"some text\"><text>1234567</text></head>"
+                           "<inside note=\"a note\"><name>in</name></inside><record note=\"\"><name>r</name></record>"
+                           "<List Count=\"2\"><Item><value>10</value></Item><Item><value>20</value></Item></List>"
+                           "<deep><er><number>2</number><item note=\"a note\"><name>i0</name></item>"
+                           "<item note=\"\"><name></name></item></er></deep></doc>";
 
 TEST(MessageXml, WritesEachKindWhereItsPathSays)
 {
@@ -174,8 +173,8 @@ TEST(MessageXml, TheCurrentElementHasFieldsOfItsOwn)
                                                  ZKQ_MSG_INT32(Inner, child, "Id", ""),
                                                  ZKQ_MSG_INT32(Inner, below, "x", "/in/sub")};
     static const GENERAL_MSG_ITEM innerIt = {1, 0, inner, 3, 0, "", nullptr, nullptr, 0};
-    static const GENERAL_MSG_TEMPLATE outer[] = {
-        ZKQ_MSG_RECORD(Outer, inner, [] { return &innerIt; }, "", "/out/in")};
+    static const GENERAL_MSG_TEMPLATE outer[] = {ZKQ_MSG_RECORD(
+        Outer, inner, [] { return &innerIt; }, "", "/out/in")};
     const GENERAL_MSG_ITEM it = {1, 0, outer, 1, 0, "", nullptr, nullptr, 0};
     const Outer record = {{1, 2, 3}};
     const std::string text = Flat(Encoded(&record, &it, 1));
@@ -208,8 +207,7 @@ TEST(MessageXml, NullPointersLeaveTheirElement)
         int* number;
     };
     static const GENERAL_MSG_TEMPLATE fields[] = {
-        ZKQ_MSG_RECORDPTR(Pointers, record, Leaf_it, "", "/r/record"),
-        ZKQ_MSG_STRINGPTR(Pointers, text, "text", "/r"),
+        ZKQ_MSG_RECORDPTR(Pointers, record, Leaf_it, "", "/r/record"), ZKQ_MSG_STRINGPTR(Pointers, text, "text", "/r"),
         ZKQ_MSG_RECORDSPTR(Pointers, many, count, Leaf_it, "", "/r/l/i/c"),
         ZKQ_MSG_RECORDPTR(Pointers, number, ZKQGeneral_INT32_it, "number", "/r")};
     const GENERAL_MSG_ITEM it = {1, 0, fields, 4, 0, "", nullptr, nullptr, 0};
@@ -345,9 +343,8 @@ TEST(MessageXml, AnInlineArrayHoldsWhatFits)
 
 TEST(MessageXml, ParentsOfArraysAreMadeEvenToDecode)
 {
-    static const GENERAL_MSG_TEMPLATE fields[] = {
-        ZKQ_MSG_RECORDSPTR(Tree, below, count, Leaf_it, "", "/r/made/i/n@"),
-        ZKQ_MSG_INT32(Tree, value, "v", "/r/made")};
+    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_RECORDSPTR(Tree, below, count, Leaf_it, "", "/r/made/i/n@"),
+                                                  ZKQ_MSG_INT32(Tree, value, "v", "/r/made")};
     const GENERAL_MSG_ITEM it = {1, 0, fields, 2, 0, "", nullptr, nullptr, 0};
     Tree tree;
     EXPECT_EQ(DecodeText(&tree, "<r></r>", &it, 1), 0) << "so the field behind it finds one";
@@ -385,7 +382,8 @@ TEST(MessageXml, TreesAndAllTheirElementsAreReleased)
     decode();
     if (!IsInstrumented())
         ExpectNothingLeaks(decode);
-    const std::string bad = std::string(text).replace(text.rfind("value=\"7\""), 9, "value=\"7\"><list n=\"9\"></list").insert(0, "");
+    const std::string bad =
+        std::string(text).replace(text.rfind("value=\"7\""), 9, "value=\"7\"><list n=\"9\"></list").insert(0, "");
     EXPECT_NE(DecodeText(&copy, bad, &it, 1), 0);
     EXPECT_EQ(copy.tree.below, nullptr);
 }
@@ -393,9 +391,9 @@ TEST(MessageXml, TreesAndAllTheirElementsAreReleased)
 TEST(MessageXml, ATemplateMetAgainOnItsElementEnds)
 {
     static const GENERAL_MSG_ITEM* (*itself)() = nullptr;
-    static const GENERAL_MSG_TEMPLATE fields[] = {
-        ZKQ_MSG_INT32(Chain, value, "v", ""),
-        ZKQ_MSG_RECORDPTR(Chain, next, [] { return itself(); }, "", "")};
+    static const GENERAL_MSG_TEMPLATE fields[] = {ZKQ_MSG_INT32(Chain, value, "v", ""),
+                                                  ZKQ_MSG_RECORDPTR(
+                                                      Chain, next, [] { return itself(); }, "", "")};
     static const GENERAL_MSG_ITEM it = {1, 0, fields, 2, 0, "", nullptr, nullptr, 0};
     itself = [] { return &it; };
     Chain chain;

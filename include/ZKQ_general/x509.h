@@ -90,13 +90,13 @@ typedef struct GENERAL_MSG_ITEM_st {
 
 /** A field of a record. */
 typedef struct GENERAL_MSG_TEMPLATE_st {
-    int Type;                             /**< Its kind. */
-    unsigned int Offset;                  /**< Where it is in the record, in bytes. */
-    const char* FieldName;                /**< The name of the element, attribute or member that holds the value. */
+    int Type;                              /**< Its kind. */
+    unsigned int Offset;                   /**< Where it is in the record, in bytes. */
+    const char* FieldName;                 /**< The name of the element, attribute or member that holds the value. */
     const GENERAL_MSG_ITEM* (*item)(void); /**< What it is encoded with. */
-    int ArraySizeOffset;                  /**< Of arrays: where the 32-bit count of elements is in the record. */
-    int SizeofStruct;                     /**< Bytes of a buffer, of a record pointed to, or of one element. */
-    const char* XPath;                    /**< Where it is in the XML or JSON document. */
+    int ArraySizeOffset;                   /**< Of arrays: where the 32-bit count of elements is in the record. */
+    int SizeofStruct;                      /**< Bytes of a buffer, of a record pointed to, or of one element. */
+    const char* XPath;                     /**< Where it is in the XML or JSON document. */
 } GENERAL_MSG_TEMPLATE;
 
 /**
@@ -188,41 +188,69 @@ ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAYPTR_it(void);
  * @{
  */
 #define ZKQ_MSG_INT32(Record, field, Name, Path)                                                                       \
-    {ZKQ_MSG_KIND_INT32, ZKQ_MSG_OFFSET_(Record, field, 4), Name, ZKQGeneral_INT32_it, 0, 0, Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_INT32, ZKQ_MSG_OFFSET_(Record, field, 4), Name, ZKQGeneral_INT32_it, 0, 0, Path                   \
+    }
 #define ZKQ_MSG_INT64(Record, field, Name, Path)                                                                       \
-    {ZKQ_MSG_KIND_INT64, ZKQ_MSG_OFFSET_(Record, field, 8), Name, ZKQGeneral_INT64_it, 0, 0, Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_INT64, ZKQ_MSG_OFFSET_(Record, field, 8), Name, ZKQGeneral_INT64_it, 0, 0, Path                   \
+    }
 #define ZKQ_MSG_PTR(Record, field, Name, Path)                                                                         \
-    {ZKQ_MSG_KIND_PTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_PTR_it, 0, 0, Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_PTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_PTR_it, 0, 0, Path                         \
+    }
 #define ZKQ_MSG_STRING(Record, field, Name, Path)                                                                      \
-    {ZKQ_MSG_KIND_STRING, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_STRING_it, 0,                                  \
-     ZKQ_MSG_SIZE_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_STRING, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_STRING_it, 0, ZKQ_MSG_SIZE_(Record, field), \
+            Path                                                                                                       \
+    }
 #define ZKQ_MSG_STRINGPTR(Record, field, Name, Path)                                                                   \
-    {ZKQ_MSG_KIND_STRINGPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_STRINGPTR_it, 0, 0, Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_STRINGPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_STRINGPTR_it, 0, 0, Path             \
+    }
 #define ZKQ_MSG_BYTEARRAY(Record, field, count, Name, Path)                                                            \
-    {ZKQ_MSG_KIND_BYTEARRAY, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_BYTEARRAY_it,                               \
-     ZKQ_MSG_COUNT_(Record, count), ZKQ_MSG_SIZE_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_BYTEARRAY, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_BYTEARRAY_it,                            \
+            ZKQ_MSG_COUNT_(Record, count), ZKQ_MSG_SIZE_(Record, field), Path                                          \
+    }
 #define ZKQ_MSG_BYTEARRAYPTR(Record, field, count, Name, Path)                                                         \
-    {ZKQ_MSG_KIND_BYTEARRAYPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_BYTEARRAYPTR_it,                     \
-     ZKQ_MSG_COUNT_(Record, count), 0, Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_BYTEARRAYPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_BYTEARRAYPTR_it,                  \
+            ZKQ_MSG_COUNT_(Record, count), 0, Path                                                                     \
+    }
 #define ZKQ_MSG_INTARRAY(Record, field, count, Name, Path)                                                             \
-    {ZKQ_MSG_KIND_INTARRAY, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_INTARRAY_it, ZKQ_MSG_COUNT_(Record, count),  \
-     ZKQ_MSG_SIZE_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_INTARRAY, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_INTARRAY_it,                              \
+            ZKQ_MSG_COUNT_(Record, count), ZKQ_MSG_SIZE_(Record, field), Path                                          \
+    }
 #define ZKQ_MSG_INTARRAYPTR(Record, field, count, Name, Path)                                                          \
-    {ZKQ_MSG_KIND_INTARRAYPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_INTARRAYPTR_it,                       \
-     ZKQ_MSG_COUNT_(Record, count), 0, Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_INTARRAYPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_INTARRAYPTR_it,                    \
+            ZKQ_MSG_COUNT_(Record, count), 0, Path                                                                     \
+    }
 #define ZKQ_MSG_RECORD(Record, field, it, Name, Path)                                                                  \
-    {ZKQ_MSG_KIND_RECORD, ZKQ_MSG_ANY_(Record, field), Name, it, 0, ZKQ_MSG_SIZE_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_RECORD, ZKQ_MSG_ANY_(Record, field), Name, it, 0, ZKQ_MSG_SIZE_(Record, field), Path              \
+    }
 #define ZKQ_MSG_RECORDPTR(Record, field, it, Name, Path)                                                               \
-    {ZKQ_MSG_KIND_RECORDPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, 0, ZKQ_MSG_TARGET_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_RECORDPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, 0, ZKQ_MSG_TARGET_(Record, field), Path     \
+    }
 #define ZKQ_MSG_RECORDS(Record, field, count, it, Name, Path)                                                          \
-    {ZKQ_MSG_KIND_RECORDS, ZKQ_MSG_ANY_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),                       \
-     ZKQ_MSG_TARGET_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_RECORDS, ZKQ_MSG_ANY_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),                    \
+            ZKQ_MSG_TARGET_(Record, field), Path                                                                       \
+    }
 #define ZKQ_MSG_RECORDSPTR(Record, field, count, it, Name, Path)                                                       \
-    {ZKQ_MSG_KIND_RECORDSPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),                \
-     ZKQ_MSG_TARGET_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_RECORDSPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),             \
+            ZKQ_MSG_TARGET_(Record, field), Path                                                                       \
+    }
 #define ZKQ_MSG_VALUESPTR(Record, field, count, it, Name, Path)                                                        \
-    {ZKQ_MSG_KIND_VALUESPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),                 \
-     ZKQ_MSG_TARGET_(Record, field), Path}
+    {                                                                                                                  \
+        ZKQ_MSG_KIND_VALUESPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),              \
+            ZKQ_MSG_TARGET_(Record, field), Path                                                                       \
+    }
 /** @} */
 
 /** Declares the function of a record's item ahead of its definition, for templates that refer to each other. */

@@ -27,11 +27,10 @@ struct Node {
 };
 ZKQ_MSG_DECLARE_ITEM(Node_it)
 ZKQ_MSG_DECLARE_ITEM(XmlNode_it)
-const GENERAL_MSG_TEMPLATE kNode[] = {ZKQ_MSG_INT32(Node, value, "value", ""),
-                                      ZKQ_MSG_STRINGPTR(Node, text, "text", "inner/"),
-                                      ZKQ_MSG_RECORDPTR(Node, leaf, Leaf_it, "", "leaf"),
-                                      ZKQ_MSG_RECORDS(Node, leaves, leafCount, Leaf_it, "", "leaves"),
-                                      ZKQ_MSG_RECORDSPTR(Node, below, count, Node_it, "", "below")};
+const GENERAL_MSG_TEMPLATE kNode[] = {
+    ZKQ_MSG_INT32(Node, value, "value", ""), ZKQ_MSG_STRINGPTR(Node, text, "text", "inner/"),
+    ZKQ_MSG_RECORDPTR(Node, leaf, Leaf_it, "", "leaf"), ZKQ_MSG_RECORDS(Node, leaves, leafCount, Leaf_it, "", "leaves"),
+    ZKQ_MSG_RECORDSPTR(Node, below, count, Node_it, "", "below")};
 ZKQ_MSG_RECORD_ITEM(Node_it, kNode)
 const GENERAL_MSG_TEMPLATE kXmlNode[] = {ZKQ_MSG_INT32(Node, value, "value", "@"),
                                          ZKQ_MSG_STRINGPTR(Node, text, "text", "/node/inner"),

@@ -101,15 +101,14 @@ const GENERAL_MSG_TEMPLATE kJsonPage[] = {
     ZKQ_MSG_VALUESPTR(Page, hashes, hashCount, ZKQGeneral_BYTEARRAY_it, "", "hashes@")};
 ZKQ_MSG_RECORD_ITEM(JsonPage_it, kJsonPage)
 
-const GENERAL_MSG_TEMPLATE kXmlPage[] = {
-    ZKQ_MSG_INT32(Page, i32, "i32", "/p"),
-    ZKQ_MSG_INT32(Page, flag, "flag", "/p@"),
-    ZKQ_MSG_STRING(Page, text, "text", "/p"),
-    ZKQ_MSG_STRINGPTR(Page, textPtr, "textPtr", "/p/@"),
-    ZKQ_MSG_RECORD(Page, inside, Leaf_it, "", ""),
-    ZKQ_MSG_RECORDS(Page, leaves, leafCount, Leaf_it, "", "/p/l/i/n"),
-    ZKQ_MSG_RECORDSPTR(Page, below, belowCount, XmlPage_it, "", "/p/p/n@"),
-    ZKQ_MSG_RECORDPTR(Page, next, XmlPage_it, "", "@")};
+const GENERAL_MSG_TEMPLATE kXmlPage[] = {ZKQ_MSG_INT32(Page, i32, "i32", "/p"),
+                                         ZKQ_MSG_INT32(Page, flag, "flag", "/p@"),
+                                         ZKQ_MSG_STRING(Page, text, "text", "/p"),
+                                         ZKQ_MSG_STRINGPTR(Page, textPtr, "textPtr", "/p/@"),
+                                         ZKQ_MSG_RECORD(Page, inside, Leaf_it, "", ""),
+                                         ZKQ_MSG_RECORDS(Page, leaves, leafCount, Leaf_it, "", "/p/l/i/n"),
+                                         ZKQ_MSG_RECORDSPTR(Page, below, belowCount, XmlPage_it, "", "/p/p/n@"),
+                                         ZKQ_MSG_RECORDPTR(Page, next, XmlPage_it, "", "@")};
 ZKQ_MSG_RECORD_ITEM(XmlPage_it, kXmlPage)
 
 std::string Encoded(const void* record, const GENERAL_MSG_ITEM* it, int mode)
@@ -169,9 +168,9 @@ private:
     bool Has(const void* begin, size_t size) const
     {
         const auto* const at = static_cast<const uint8_t*>(begin);
-        return at == nullptr ? size == 0
-                             : at >= input_.Get() && size <= size_ &&
-                                   static_cast<size_t>(at - input_.Get()) <= size_ - size;
+        return at == nullptr
+                   ? size == 0
+                   : at >= input_.Get() && size <= size_ && static_cast<size_t>(at - input_.Get()) <= size_ - size;
     }
     bool HasText(const char* text) const { return text == nullptr || Has(text, strlen(text) + 1); }
     void CheckPointers(const Node& node) const
