@@ -237,6 +237,7 @@ TEST(MessageXml, AbsentValuesAreZeroAndAbsentElementsAreNot)
     static const GENERAL_MSG_TEMPLATE deep[] = {ZKQ_MSG_STRING(Named, name, "name", "/r/a")};
     const GENERAL_MSG_ITEM deepIt = {1, 0, deep, 1, 0, "", nullptr, nullptr, 0};
     EXPECT_EQ(DecodeText(&named, "<r></r>", &deepIt, 1), 20);
+    EXPECT_EQ(DecodeText(&named, "<r><\xEF\xBB\xBF<+a", &deepIt, 1), 20) << "an element without a name";
     EXPECT_EQ(DecodeText(&named, "", &it, 1), EINVAL);
     EXPECT_EQ(ZKQGeneral_MSG_d2i(&named, sizeof named, nullptr, 0, &it, 1), EINVAL);
     EXPECT_EQ(DecodeText(&named, "no element", &it, 1), ENOENT);
