@@ -26,6 +26,7 @@ MEMBERS = (1_000, 10_000, 100_000)
 TABLE_SIZES = (1_000, 100_000, 1_000_000)
 XML_SIZES = (1_000, 10_000, 100_000, 1_000_000)
 RECORDS = (1_000, 10_000, 100_000, 1_000_000)
+ENTRIES = (1_000, 10_000, 100_000)
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -139,6 +140,11 @@ def rows():
         yield (f"open every certificate of the system, {form.upper()}", f"x509-certificate/{form}/ours", peer,
                [(1, f"x509-certificate/{form}/openssl")], bar)
 
+    for what, title in (("encode", "message of 20 fields, encode"), ("encode-into", "the same into a buffer"),
+                        ("decode", "message of 20 fields, decode and release")):
+        for peer, name in (("protobuf-c", "protobuf-c"), ("openssl", "OpenSSL's templates")):
+            yield (title, f"message/{what}/ours", name, [(1, f"message/{what}/{peer}")], 0.5)
+
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).
 GROWTH = (
@@ -154,6 +160,8 @@ GROWTH = (
     ("MD5", "md5/ours", "MD5()", "md5/MD5", (1 << 10, 64 << 10, 1 << 20, 100_000_000)),
     ("compress, growing", "zlib/compress-growing/ours", "compress2", "zlib/compress-growing/zlib", GROWING),
     ("decompress, growing", "zlib/decompress-growing/ours", "uncompress", "zlib/decompress-growing/zlib", GROWING),
+    *((f"message, array of records, {mode}, {what}", f"message/grow-{what}/{mode}", None, None, ENTRIES)
+      for mode in ("der", "xml", "json") for what in ("encode", "decode")),
     ("JSON, array of records", "json/grow/ours", "nlohmann", "json/grow/nlohmann", RECORDS),
     ("make a cabinet", "mycab/make/ours", "zip", "mycab/make/zip", MEMBERS),
     ("extract a cabinet", "mycab/extract/ours", "unzip", "mycab/extract/unzip", MEMBERS),

@@ -120,7 +120,7 @@ int FindChild(const XMLNODE* parent, const NODEPROPERTYLIST& segment, XMLNODE** 
     std::string_view text = "";
     int error = kXmlBadPath;
     for (XMLNODE* node = ElementFrom(parent->Child); node != nullptr; node = ElementFrom(node->Next)) {
-        if (node->Value != segment.NodeName)
+        if (TextOf(node->Value) != segment.NodeName)
             continue;
         if (Matches(node, segment.Conditions(), &text)) {
             *child = node;

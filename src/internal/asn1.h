@@ -5,7 +5,6 @@
 
 #include <span>
 
-#include "log.h"
 #include "x509.h"
 
 using Bytes = std::span<const unsigned char>;
@@ -28,13 +27,6 @@ enum Asn1Tag {
 
 /// Room for the text of an OID.
 inline constexpr size_t kOidTextSize = 128;
-
-/// Logs why a certificate or a call is refused, and returns the result.
-inline int FailX509(int result, const char* message, int line = __builtin_LINE())
-{
-    General_LibraryLog(ZKQ_LOG_ERROR, message, kX509Source, line);
-    return result;
-}
 
 /// An element.
 struct Asn1Object {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The first programs that the README and the guides to XML and certificates show are those in examples/, and what they are said to print is
-# what they print.
+# The first programs that the README and the guides to XML and certificates show are those in examples/, and what they and
+# the one of the guide to messages are said to print is what they print.
 set -euo pipefail
 source=$1 program=$2 build=$3
 work=$(mktemp -d "$build/docs-test.XXXXXX")
@@ -24,6 +24,8 @@ diff <(block c docs/certificates.md) "$source/examples/certificate.c"
 openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem -out cert.pem -subj /O=Example/CN=Alpha \
     2>/dev/null
 diff <(printf '2.5.4.10 is Example\n2.5.4.3 is Alpha\n') <("$build/examples/certificate" cert.pem | grep -v '^until 20')
+"$build/examples/records" >records.txt
+block text docs/messages.md | diff - <(head -n 7 records.txt)
 
 while read -r link; do
     [ -e "$source/$link" ] || { echo "docs: README or CONTRIBUTING names $link, which is not there"; exit 1; }

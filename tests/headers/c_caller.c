@@ -107,6 +107,40 @@ static void CheckMyCab(void)
     Check("mycab", strcmp(name, "/tmp") == 0);
 }
 
+typedef struct POINT {
+    int x;
+    int64_t wide;
+    char label[8];
+    int ids[2];
+    int id_count;
+    struct POINT* next;
+} POINT;
+
+ZKQ_MSG_DECLARE_ITEM(POINT_it)
+static const GENERAL_MSG_TEMPLATE point_fields[] = {
+    ZKQ_MSG_INT32(POINT, x, "x", ""),
+    ZKQ_MSG_INT64(POINT, wide, "wide", ""),
+    ZKQ_MSG_STRING(POINT, label, "label", ""),
+    ZKQ_MSG_INTARRAY(POINT, ids, id_count, "ids", ""),
+    ZKQ_MSG_RECORDPTR(POINT, next, POINT_it, "next", ""),
+};
+ZKQ_MSG_RECORD_ITEM(POINT_it, point_fields)
+
+static void CheckMessage(void)
+{
+    POINT last = {2, 3, "last", {0, 0}, 0, NULL};
+    POINT first = {1, -1, "first", {7, 8}, 2, &last};
+    POINT copy;
+    unsigned char* bytes = NULL;
+    int length = ZKQGeneral_MSG_i2d(&first, &bytes, 0, POINT_it(), ZKQ_MSG_DER);
+    Check("x509", length > 0 && bytes[0] == 0x30);
+    Check("x509", ZKQGeneral_MSG_d2i(&copy, sizeof copy, bytes, length, POINT_it(), ZKQ_MSG_DER) == 0);
+    Check("x509", copy.wide == -1 && strcmp(copy.label, "first") == 0 && copy.ids[1] == 8);
+    Check("x509", copy.next != NULL && copy.next->x == 2 && copy.next->next == NULL);
+    ZKQGeneral_MSG_free(&copy, POINT_it(), 0, ZKQ_MSG_DER);
+    ZKQGeneral_FreeMallocBuffer(bytes);
+}
+
 static void CheckCertificate(void)
 {
     void* cert = NULL;
@@ -127,6 +161,7 @@ int main(void)
     CheckLog();
     CheckZlib();
     CheckMyCab();
+    CheckMessage();
     CheckCertificate();
     return failures == 0 ? 0 : 1;
 }
