@@ -55,6 +55,7 @@ struct REQDATA {
 };
 
 inline constexpr int kNoLength = -1;
+inline constexpr size_t kLargeBuffer = 16 * kHttpPiece;
 
 struct RESPONSEDATA {
     int MajorVersion;
@@ -64,7 +65,9 @@ struct RESPONSEDATA {
     int Chunked;
     char NewURL[kRedirectUrlSize]; ///< where the response redirects to, or empty
 
-    char Buffer[kHttpPiece]; ///< received and not yet used: the bytes from Begin to End
+    char Head
+        [kHttpPiece]; ///< received and not yet used: the bytes from Begin to End, here or, once it is there, in Large
+    char* Large;      ///< kLargeBuffer bytes for a body in chunks
     size_t Begin;
     size_t End;
 };
@@ -106,6 +109,7 @@ int SplitUrlWithPort(const char* URL, UrlParts* parts);
 BOOL ReadResponseHead(MYINETHANDLE* hd);
 /// Reads the body behind a final head and puts it out.
 BOOL ReadResponseBody(MYINETHANDLE* hd);
+void CloseResponse(RESPONSEDATA* response);
 
 // --- Output (http_output.cpp); these set the error text
 

@@ -1,6 +1,7 @@
 // Requests: their text, their stages, and the chain of redirects.
 #include <ZKQ_general/http.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -45,6 +46,7 @@ struct FreeHandle {
     void operator()(MYINETHANDLE* hd) const
     {
         free(hd->ReqData.Buffer);
+        CloseResponse(&hd->ResponseData);
         if (hd->sy.sd != 0)
             S_Close(&hd->sy, kHardClose);
         free(hd);
@@ -128,9 +130,9 @@ BOOL Connect(MYINETHANDLE* hd)
         return S_Open(&hd->sy, AF_INET6, SOCK_STREAM, 0) && S_Client(&hd->sy, request.Host, request.Port, hd->Timeout);
     if (!S_Open(&hd->sy, 0, 0, 0))
         return FALSE;
-    // The host has been looked up, which S_Client() would do once more.
-    if (const int error = SetNonBlocking(hd->sy.sd))
-        return Fail(error);
+    // As S_Client(), which would look the host up once more and ask for modes that a new socket does not have.
+    if (fcntl(Descriptor(hd->sy.sd), F_SETFL, O_NONBLOCK) != 0)
+        return FailWithErrno();
     hd->sy.sin.sin_port = htons(static_cast<uint16_t>(request.Port));
     hd->sy.sin.sin_addr = request.Address;
     return ConnectWithin(&hd->sy, hd->Timeout);

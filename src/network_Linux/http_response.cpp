@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -25,29 +26,46 @@ constexpr std::string_view kHeadEnd = "\r\n\r\n";
 
 enum HeadResult { kHeadFailed, kHeadComplete, kHeadMissing };
 
-std::string_view Held(const RESPONSEDATA& response)
+char* BufferOf(RESPONSEDATA* response)
 {
-    return {response.Buffer + response.Begin, response.End - response.Begin};
+    return response->Large != nullptr ? response->Large : response->Head;
 }
 
-/// Moves what is held to the front, so that all the room there is lies behind it.
-void Compact(RESPONSEDATA* response)
+std::string_view Held(RESPONSEDATA* response)
 {
-    memmove(response->Buffer, response->Buffer + response->Begin, response->End - response->Begin);
-    response->End -= response->Begin;
+    return {BufferOf(response) + response->Begin, response->End - response->Begin};
+}
+
+/// Moves what is held to the front of a buffer, so that all the room there is lies behind it.
+void MoveTo(RESPONSEDATA* response, char* buffer)
+{
+    const std::string_view held = Held(response);
+    memmove(buffer, held.data(), held.size());
     response->Begin = 0;
+    response->End = held.size();
 }
 
 /// Receives into the free part of the buffer, of which there is some.
 BOOL ReceiveMore(MYINETHANDLE* hd)
 {
     RESPONSEDATA* const response = &hd->ResponseData;
-    Compact(response);
-    auto size = static_cast<long>(kMostHeld - response->End);
-    if (!S_Receive_Unknow_Data(hd->sy, response->Buffer + response->End, &size, hd->Timeout))
+    char* const buffer = BufferOf(response);
+    MoveTo(response, buffer);
+    auto size = static_cast<long>((response->Large != nullptr ? kLargeBuffer : kMostHeld) - response->End);
+    if (!S_Receive_Unknow_Data(hd->sy, buffer + response->End, &size, hd->Timeout))
         return FALSE;
     response->End += static_cast<size_t>(size);
     return TRUE;
+}
+
+/// Gets a larger buffer, so that many small chunks are received at once. Without memory for it, it is only slower.
+void GetLargeBuffer(RESPONSEDATA* response)
+{
+    auto* const large = static_cast<char*>(malloc(kLargeBuffer));
+    if (large == nullptr)
+        return;
+    MoveTo(response, large);
+    response->Large = large;
 }
 
 /// What of the range of a code begins with a digit.
@@ -178,7 +196,7 @@ HeadResult FindHead(MYINETHANDLE* hd, size_t* size)
 {
     RESPONSEDATA* const response = &hd->ResponseData;
     for (size_t searched = 0;;) {
-        const std::string_view held = Held(*response);
+        const std::string_view held = Held(response);
         *size = held.find(kHeadEnd, searched);
         if (*size != std::string_view::npos) {
             *size += kLineEnd.size();
@@ -202,8 +220,8 @@ HeadResult FindHead(MYINETHANDLE* hd, size_t* size)
 BOOL TakeHead(MYINETHANDLE* hd, size_t size)
 {
     RESPONSEDATA* const response = &hd->ResponseData;
-    const std::string_view head = Held(*response).substr(0, size);
-    response->Buffer[response->Begin + size] = '\0'; // on the empty line
+    const std::string_view head = Held(response).substr(0, size);
+    BufferOf(response)[response->Begin + size] = '\0'; // on the empty line
     response->Begin += size + kLineEnd.size();
     if (sscanf(head.data(), " HTTP/%d.%d %3d", &response->MajorVersion, &response->SubVersion, &response->RetCode) != 3)
         return FailHttp(EBADMSG, Message::HttpBadHead);
@@ -243,7 +261,7 @@ BOOL ReceiveBytes(MYINETHANDLE* hd, size_t size)
 BOOL PassBytes(MYINETHANDLE* hd, size_t size)
 {
     RESPONSEDATA* const response = &hd->ResponseData;
-    const std::string_view held = Held(*response).substr(0, size);
+    const std::string_view held = Held(response).substr(0, size);
     response->Begin += held.size();
     return PutBytes(&hd->OutputObj, held) && ReceiveBytes(hd, size - held.size());
 }
@@ -252,7 +270,7 @@ BOOL PassBytes(MYINETHANDLE* hd, size_t size)
 BOOL FindSizeLine(MYINETHANDLE* hd, std::string_view* line)
 {
     for (size_t searched = kLineEnd.size();;) {
-        const std::string_view held = Held(hd->ResponseData);
+        const std::string_view held = Held(&hd->ResponseData).substr(0, kMostHeld);
         const size_t end = held.find(kLineEnd, searched);
         if (end != std::string_view::npos) {
             *line = After(held.substr(0, end), kLineEnd.size());
@@ -271,6 +289,7 @@ BOOL ReadChunks(MYINETHANDLE* hd)
     RESPONSEDATA* const response = &hd->ResponseData;
     General_LibraryLog(ZKQ_LOG_INFO, Message::HttpChunkedBegins, kHttpLogName);
     response->Begin -= kLineEnd.size(); // the end of the head is there for that of a chunk
+    GetLargeBuffer(response);
     for (;;) {
         std::string_view line;
         int size = 0;
@@ -291,7 +310,7 @@ BOOL ReadChunks(MYINETHANDLE* hd)
 /// A body of unknown length ends when nothing more comes, for whichever reason.
 BOOL ReadUntilEnd(MYINETHANDLE* hd)
 {
-    if (!PutBytes(&hd->OutputObj, Held(hd->ResponseData)))
+    if (!PutBytes(&hd->OutputObj, Held(&hd->ResponseData)))
         return FALSE;
     for (;;) {
         std::span<char> room;
@@ -319,7 +338,7 @@ BOOL ReadResponseHead(MYINETHANDLE* hd)
             return FALSE;
         if (found == kHeadMissing) {
             response->RetCode = 0;
-            return PutBytes(&hd->OutputObj, Held(*response));
+            return PutBytes(&hd->OutputObj, Held(response));
         }
         if (!TakeHead(hd, size))
             return FALSE;
@@ -336,4 +355,9 @@ BOOL ReadResponseBody(MYINETHANDLE* hd)
     if (hd->ResponseData.Length != kNoLength)
         return PassBytes(hd, static_cast<size_t>(hd->ResponseData.Length));
     return ReadUntilEnd(hd);
+}
+
+void CloseResponse(RESPONSEDATA* response)
+{
+    free(response->Large);
 }

@@ -90,10 +90,14 @@ long SendStep(SOCKET sd, const char* buffer, size_t size, long Timeout)
     return count;
 }
 
-/// Sends all, as long as no step fails, or, if it may give up, none moves nothing.
+/// Sends all, as long as no step fails, or, if it may give up, none moves nothing. Without giving up there is no need to
+/// wait for room before it has run out.
 BOOL SendAll(SOCKET sd, const char* buffer, size_t size, int Timeout, bool mayGiveUp)
 {
-    size_t sent = 0;
+    const ssize_t first = mayGiveUp ? 0 : SendNow(sd, buffer, size);
+    if (first < 0 && errno != EAGAIN)
+        return FailWithErrno();
+    auto sent = static_cast<size_t>(std::max<ssize_t>(first, 0));
     long wait = Timeout;
     while (sent < size) {
         const long count = SendStep(sd, buffer + sent, size - sent, wait);

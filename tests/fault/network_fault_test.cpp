@@ -195,7 +195,8 @@ bool InMemory(const OtherProcess& server)
 {
     char* data = nullptr;
     int length = -1;
-    const BOOL succeeded = Network_HttpSendReceiveEx(server.Url().c_str(), nullptr, "X: y", nullptr, &data, &length, 5, 0);
+    const BOOL succeeded =
+        Network_HttpSendReceiveEx(server.Url().c_str(), nullptr, "X: y", nullptr, &data, &length, 5, 0);
     EXPECT_EQ(data != nullptr, succeeded == TRUE);
     NetWork_FreeBuffer(data);
     return succeeded;
@@ -244,7 +245,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Scenario{"open", "", [](const auto&, const auto&) { return OpenAndClose(AF_INET); }, {"setsockopt", "close"}},
         Scenario{"open6", "", [](const auto&, const auto&) { return OpenAndClose(AF_INET6); }, {"setsockopt", "close"}},
-        Scenario{"connect", "", [](const auto& server, const auto&) { return Connect(server); }, {"setsockopt", "close"}},
+        Scenario{
+            "connect", "", [](const auto& server, const auto&) { return Connect(server); }, {"setsockopt", "close"}},
         Scenario{"accept", "", [](const auto&, const auto&) { return Accept(AF_INET); }, {"setsockopt", "close"}},
         Scenario{"accept6", "", [](const auto&, const auto&) { return Accept(AF_INET6); }, {"setsockopt", "close"}},
         Scenario{"lookups", "", [](const auto&, const auto&) { return Lookups(); }, {}},
@@ -253,13 +255,16 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"split_url", "", [](const auto&, const auto&) { return SplitUrl(); }, {}},
         Scenario{"http_memory", Response(Large(), support::LengthHeader(Large().size())),
                  [](const auto& server, const auto&) { return InMemory(server); }, kReceiving},
-        Scenario{"http_chunks", Response("5\r\nhello\r\n0\r\n\r\n", "Transfer-Encoding: chunked\r\n"),
-                 [](const auto& server, const auto&) { return InMemory(server); }, kReceiving},
+        Scenario{"http_chunks",
+                 Response("5\r\nhello\r\n0\r\n\r\n", "Transfer-Encoding: chunked\r\n"),
+                 [](const auto& server, const auto&) { return InMemory(server); },
+                 {"recv", "close", "setsockopt", "realloc", "malloc"}},
         Scenario{"http_file", Response(Large(), support::LengthHeader(Large().size())), InFile, kReceiving},
-        Scenario{"http_directory",
-                 Response("body", "Content-Type: a; charset=utf-8\r\nContent-Disposition: a; filename=\xE4\xB8\xAD\r\n" +
-                                      support::LengthHeader(4)),
-                 InDirectory, kReceiving}),
+        Scenario{
+            "http_directory",
+            Response("body", "Content-Type: a; charset=utf-8\r\nContent-Disposition: a; filename=\xE4\xB8\xAD\r\n" +
+                                 support::LengthHeader(4)),
+            InDirectory, kReceiving}),
     [](const auto& row) { return row.param.name; });
 
 TEST(NetworkInterrupted, WaitsGoOn)

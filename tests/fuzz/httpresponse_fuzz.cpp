@@ -57,6 +57,7 @@ Reading Read(MYINETHANDLE* hd)
         }
     }
     CloseOutput(&hd->OutputObj, false);
+    CloseResponse(&hd->ResponseData);
     free(data);
     return reading;
 }

@@ -45,7 +45,8 @@ void SplitPlain(const std::string& url)
         return;
     const std::string rest = std::string(parts.ServerName) + parts.Object;
     const std::string given = WithoutBlanks(url);
-    const std::string whole = given.find("://") == std::string::npos ? rest : std::string(parts.Protocol) + "://" + rest;
+    const std::string whole =
+        given.find("://") == std::string::npos ? rest : std::string(parts.Protocol) + "://" + rest;
     REQUIRE(whole == given || whole == given + "/");
 }
 
