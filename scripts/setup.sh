@@ -10,6 +10,7 @@ packages=(
     g++ cmake ninja-build pkg-config libc-bin zlib1g-dev # building
     libcli11-dev                                         # the tool
     libgtest-dev binutils bsdutils util-linux git        # testing
+    curl python3                                         # testing, at the other end of connections
 )
 bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev libssl-dev zip unzip python3
@@ -17,7 +18,7 @@ bench=(
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
     libcurl4-openssl-dev
 )
-checks=(clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
+checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 
 case "${1:-}" in
 "") ;;
