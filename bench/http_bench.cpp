@@ -218,7 +218,9 @@ constexpr long kLargestBuffer = 10 << 20; // the largest that libcurl takes
 
 BENCHMARK_CAPTURE(IntoMemory, large, "/large", kLarge)->Name("http/memory/ours")->Apply(Once);
 BENCHMARK_CAPTURE(CurlIntoMemory, large, "/large", kLarge, 0)->Name("http/memory/libcurl")->Apply(Once);
-BENCHMARK_CAPTURE(CurlIntoMemory, tuned, "/large", kLarge, kLargestBuffer)->Name("http/memory/libcurl-10MB")->Apply(Once);
+BENCHMARK_CAPTURE(CurlIntoMemory, tuned, "/large", kLarge, kLargestBuffer)
+    ->Name("http/memory/libcurl-10MB")
+    ->Apply(Once);
 BENCHMARK_CAPTURE(IntoMemory, chunked, "/chunked", kLarge)->Name("http/chunked/ours")->Apply(Once);
 BENCHMARK_CAPTURE(CurlIntoMemory, chunked, "/chunked", kLarge, 0)->Name("http/chunked/libcurl")->Apply(Once);
 BENCHMARK(IntoFile)->Name("http/file/ours")->Apply(Once);

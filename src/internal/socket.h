@@ -76,7 +76,7 @@ union SocketAddress {
 inline sockaddr_in6* OwnedAddress(const SOCKET_ZKQ& sy)
 {
     sockaddr_in6* owned = nullptr;
-    memcpy(&owned, &sy.sin.sin_addr, sizeof owned);
+    memcpy(&owned, &sy.sin.sin_addr, sizeof(void*));
     return owned;
 }
 

@@ -216,6 +216,45 @@ HeadResult FindHead(MYINETHANDLE* hd, size_t* size)
     }
 }
 
+/// Reads a number as scanf() does, blanks and sign included, and moves behind it.
+bool TakeNumber(const char** text, int* number)
+{
+    constexpr int kDecimal = 10;
+    char* end = nullptr;
+    *number = static_cast<int>(strtol(*text, &end, kDecimal));
+    const bool isNumber = end != *text;
+    *text = end;
+    return isNumber;
+}
+
+bool TakeWord(const char** text, std::string_view word)
+{
+    const bool isWord = strncmp(*text, word.data(), word.size()) == 0;
+    *text += isWord ? word.size() : 0;
+    return isWord;
+}
+
+const char* SkipBlanks(const char* text)
+{
+    while (isspace(static_cast<unsigned char>(*text)) != 0)
+        ++text;
+    return text;
+}
+
+/// Reads " HTTP/%d.%d %3d", each blank being any number of them.
+bool TakeStatusLine(RESPONSEDATA* response, const char* text)
+{
+    constexpr size_t kCodeDigits = 3;
+    text = SkipBlanks(text);
+    if (!TakeWord(&text, "HTTP/") || !TakeNumber(&text, &response->MajorVersion) || !TakeWord(&text, ".") ||
+        !TakeNumber(&text, &response->SubVersion))
+        return false;
+    char code[kCodeDigits + 1];
+    TextBuilder(code).Add(OrEmpty(SkipBlanks(text)));
+    text = code;
+    return TakeNumber(&text, &response->RetCode);
+}
+
 /// Analyses a head, which is then replaced by what follows it.
 BOOL TakeHead(MYINETHANDLE* hd, size_t size)
 {
@@ -223,7 +262,7 @@ BOOL TakeHead(MYINETHANDLE* hd, size_t size)
     const std::string_view head = Held(response).substr(0, size);
     BufferOf(response)[response->Begin + size] = '\0'; // on the empty line
     response->Begin += size + kLineEnd.size();
-    if (sscanf(head.data(), " HTTP/%d.%d %3d", &response->MajorVersion, &response->SubVersion, &response->RetCode) != 3)
+    if (!TakeStatusLine(response, head.data()))
         return FailHttp(EBADMSG, Message::HttpBadHead);
     if (IsInHundreds(response->RetCode, 1))
         return TRUE;

@@ -69,7 +69,7 @@ int OwnAddress(SOCKET_ZKQ* sy, const sockaddr_in6& address)
         return ENOMEM;
     *owned = address;
     sy->sin.sin_family = AF_INET6;
-    memcpy(&sy->sin.sin_addr, &owned, sizeof owned);
+    memcpy(&sy->sin.sin_addr, &owned, sizeof(void*));
     return 0;
 }
 

@@ -204,7 +204,7 @@ int FillIPv4(sockaddr_in* address, const char* host, int port)
 
 int FillIPv6(sockaddr_in6* address, const char* text, int port)
 {
-    char host[kHostNameSize];
+    char host[kHostNameSize] = "";
     if (text != nullptr && *text == '[') {
         const std::string_view inside(text + 1);
         const size_t end = std::min(inside.find(']'), inside.size());
