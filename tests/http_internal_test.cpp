@@ -1,7 +1,9 @@
 // What of the HTTP client cannot be seen from outside: how its output grows, and what it tells in the library's log.
 #include <ZKQ_general/iconv.h>
 
+#include <memory>
 #include <optional>
+#include <thread>
 
 #include "../src/internal/http.h"
 #include "../src/internal/log.h"
@@ -72,6 +74,31 @@ TEST(HttpOutput, EndsWhereTheLengthCannotBeTold)
     EXPECT_FALSE(GetRoom(out.Get(), 1, &room));
     EXPECT_SYSTEM_ERROR(ENOMEM);
     out->DataLength = 0;
+}
+
+TEST(HttpOutput, OfAPartThatBreaksOffWholePiecesAreKept)
+{
+    const support::TempDir dir;
+    const std::string path = dir.File("out");
+    const std::string body(100000, 'b');
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    std::thread sender([&] {
+        support::Fd peer(ends[1]);
+        support::WriteAll(peer.Get(), body);
+    });
+    const support::Fd mine(ends[0]);
+    const auto hd = std::make_unique<MYINETHANDLE>();
+    hd->sy.sd = static_cast<SOCKET>(ends[0]);
+    hd->Timeout = 5;
+    hd->OutputObj.OutFile = path.c_str();
+    hd->ResponseData.Length = 100001;
+    EXPECT_FALSE(ReadResponseBody(hd.get()));
+    sender.join();
+    const size_t kept = hd->OutputObj.PendingLength + static_cast<size_t>(std::filesystem::file_size(path));
+    EXPECT_EQ(kept, 12U * 8192);
+    CloseOutput(&hd->OutputObj, true);
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST(HttpFileName, IsOneOfItsDirectory)

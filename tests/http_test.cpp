@@ -740,20 +740,18 @@ TEST(HttpDirectory, ANameThatDoesNotFitFailsAndKeepsTheFile)
     EXPECT_EQ(ReadFile(dir.File("a.txt")), "body");
 }
 
-TEST(HttpDirectory, AFailureKeepsWholePiecesAndTheDirectory)
+TEST(HttpDirectory, AFailureKeepsWhatCameAndTheDirectory)
 {
     const TempDir outer;
     const std::string dir = outer.File("in");
     std::filesystem::create_directory(dir);
     const std::string body = Noise(100000);
     const std::string head = Response("", "Content-Disposition: a; filename=f\r\nContent-Length: 100001\r\n");
-    const ScriptedServer server({[&](support::Fd& connection) {
-        support::WriteAll(connection.Get(), head);
-        usleep(50000);
-        support::WriteAll(connection.Get(), body);
-    }});
+    const ScriptedServer server(head + body);
     EXPECT_FALSE(Network_SendHttpRequestEx(server.Url().c_str(), nullptr, dir.c_str(), "proxy:1", 1));
-    EXPECT_EQ(ReadFile(dir + "/f"), body.substr(0, 12 * 8192));
+    const std::string kept = ReadFile(dir + "/f");
+    EXPECT_TRUE(body.starts_with(kept));
+    EXPECT_GT(kept.size(), body.size() - 8192);
     std::filesystem::remove(dir + "/f");
     const ScriptedServer gone(Response("", "", "404 Not Found"));
     EXPECT_FALSE(Network_SendHttpRequestEx(gone.Url().c_str(), nullptr, dir.c_str(), nullptr, 1));

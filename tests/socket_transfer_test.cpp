@@ -163,7 +163,7 @@ TEST(SReceive, APeerThatClosesMeanwhile)
 {
     Connection connection;
     std::thread closer([&] {
-        usleep(50000);
+        usleep(200000);
         connection.peer.Close();
     });
     char byte = 0;
@@ -289,7 +289,7 @@ TEST(Signals, DoNotProlongAWait)
     EXPECT_FALSE(S_Receive(*connection.mine, &byte, &size, 1));
     EXPECT_SYSTEM_ERROR(ETIME);
     EXPECT_GE(watch.Seconds(), 0.99);
-    EXPECT_LT(watch.Seconds(), 2);
+    EXPECT_LT(watch.Seconds(), 10);
 }
 
 TEST(Signals, DoNotProlongASelect)
@@ -302,7 +302,7 @@ TEST(Signals, DoNotProlongASelect)
     const Stopwatch watch;
     EXPECT_EQ(S_Select(connection.mine.Descriptor(), &set, nullptr, nullptr, 1), 0);
     EXPECT_GE(watch.Seconds(), 0.99);
-    EXPECT_LT(watch.Seconds(), 2);
+    EXPECT_LT(watch.Seconds(), 10);
 }
 
 TEST(Signals, DoNotBreakATransfer)
@@ -340,86 +340,68 @@ TEST(STransfer, LargeOnesArriveWhole)
     }
 }
 
-/// Sends until there is no room left.
-void Fill(Socket& socket)
-{
-    const std::string block(1 << 16, 'f');
-    for (;;) {
-        auto size = static_cast<long>(block.size());
-        ASSERT_TRUE(S_Send_Unknow_Data(socket.Get(), block.data(), &size));
-        if (size == 0)
-            break;
-    }
-}
-
 TEST(SSendUnknowData, SendsWhatThereIsRoomFor)
 {
     Connection connection;
     long size = 5;
     ASSERT_TRUE(S_Send_Unknow_Data(connection.mine.Get(), "hello", &size));
     EXPECT_EQ(size, 5);
-    Fill(connection.mine);
-    size = 5;
+    const std::string block(1 << 16, 'f');
     support::MarkErrorText();
-    EXPECT_TRUE(S_Send_Unknow_Data(connection.mine.Get(), "hello", &size));
-    EXPECT_EQ(size, 0);
+    do {
+        size = static_cast<long>(block.size());
+        ASSERT_TRUE(S_Send_Unknow_Data(connection.mine.Get(), block.data(), &size));
+    } while (size > 0); // at last there is no room, which is no failure
     EXPECT_TRUE(support::ErrorTextIsMarked());
     EXPECT_EQ(support::ReadBytes(connection.peer.Get(), 5), "hello");
+}
+
+/// More than fits anywhere on the way to the peer, though some room there may turn up late.
+const std::string& Much()
+{
+    static const std::string much(32 << 20, 'm');
+    return much;
+}
+
+/// Reads and drops until the other side closes.
+void Drain(int fd)
+{
+    while (support::ReadBytes(fd, 1 << 16).size() == 1 << 16) {
+    }
 }
 
 TEST(SSend, NeverGivesUpOnASlowPeer)
 {
     for (const int timeout : {1, -1}) {
         Connection connection;
-        Fill(connection.mine);
         std::atomic<bool> done = false;
         BOOL sent = FALSE;
+        support::MarkErrorText();
         std::thread sender([&] {
-            long size = 5;
-            sent = S_Send(*connection.mine, "hello", &size, timeout);
+            auto size = static_cast<long>(Much().size());
+            sent = S_Send(*connection.mine, Much().data(), &size, timeout);
             done = true;
+            S_Close(connection.mine.Get(), 0);
         });
         usleep(timeout > 0 ? 1300000 : 100000);
         EXPECT_FALSE(done);
-        const Stopwatch watch;
-        char drain[1 << 16];
-        while (!done && watch.Seconds() < 10) {
-            if (support::WaitToRead(connection.peer.Get(), 10)) {
-                EXPECT_GT(read(connection.peer.Get(), drain, sizeof drain), 0);
-            }
-        }
+        Drain(connection.peer.Get());
         sender.join();
         EXPECT_TRUE(sent);
+        EXPECT_SYSTEM_ERROR(ETIME) << "it has been slow";
     }
-}
-
-TEST(SSend, ASlowPeerIsToldInTheErrorText)
-{
-    Connection connection;
-    Fill(connection.mine);
-    support::MarkErrorText();
-    std::thread reader([&] {
-        usleep(1200000);
-        while (support::ReadBytes(connection.peer.Get(), 1 << 16).size() == 1 << 16) {
-        }
-    });
-    long size = 5;
-    EXPECT_TRUE(S_Send(*connection.mine, "hello", &size, 1));
-    S_Close(connection.mine.Get(), 0);
-    reader.join();
-    EXPECT_SYSTEM_ERROR(ETIME);
 }
 
 TEST(SSendEx, GivesUpOnASlowPeer)
 {
     Connection connection;
-    Fill(connection.mine);
+    const auto size = static_cast<long>(Much().size());
     const Stopwatch watch;
-    EXPECT_FALSE(S_SendEx(connection.mine.Get(), "hello", 5, 1));
+    EXPECT_FALSE(S_SendEx(connection.mine.Get(), Much().data(), size, 1));
     EXPECT_SYSTEM_ERROR(ETIME);
     EXPECT_GE(watch.Seconds(), 0.99);
     support::MarkErrorText();
-    EXPECT_FALSE(S_SendEx(connection.mine.Get(), "hello", 5, -1));
+    EXPECT_FALSE(S_SendEx(connection.mine.Get(), Much().data(), size, -1));
     EXPECT_SYSTEM_ERROR(ETIME);
 }
 
@@ -430,9 +412,8 @@ TEST(SSendEx, KeepsItsTimeOnASocketThatBlocks)
     Socket socket;
     ASSERT_TRUE(S_Open(socket.Get(), 0, 0, 0));
     ASSERT_TRUE(S_Client_Addr(socket.Get(), &address, 5));
-    const std::string much(64 << 20, 'm');
     const Stopwatch watch;
-    EXPECT_FALSE(S_SendEx(socket.Get(), much.data(), static_cast<long>(much.size()), 1));
+    EXPECT_FALSE(S_SendEx(socket.Get(), Much().data(), static_cast<long>(Much().size()), 1));
     EXPECT_SYSTEM_ERROR(ETIME);
     EXPECT_LT(watch.Seconds(), 5);
 }
