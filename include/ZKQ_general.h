@@ -12,6 +12,7 @@
 #include <ZKQ_general/base64.h>
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/http.h>
 #include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/json.h>
@@ -19,6 +20,7 @@
 #include <ZKQ_general/md5.h>
 #include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/mycab.h>
+#include <ZKQ_general/socket.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/table.h>

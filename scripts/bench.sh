@@ -2,7 +2,7 @@
 # Builds the benchmarks, runs the named groups (default: all) and prints one table of the library against its peers.
 #
 # Groups: log, inifile, file-small, file-large, string, msgpacket, iconv, base64, md5, zlib, mycab, xml, table, json,
-# x509_message x509_certificate.
+# x509_message, x509_certificate, socket, http.
 #
 # ZKQ_BENCH_REPETITIONS  how often each benchmark is run (default 15); the table shows medians
 # ZKQ_BENCH_DIR          an existing directory for the files of the benchmarks (default: one in the build tree)
@@ -15,7 +15,8 @@ cd "$(dirname "$0")/.."
 readonly repetitions=${ZKQ_BENCH_REPETITIONS:-15}
 readonly build=build/bench
 readonly results=$build/results
-groups=(log inifile file-small file-large string msgpacket iconv base64 md5 zlib mycab xml table json x509_message x509_certificate)
+groups=(log inifile file-small file-large string msgpacket iconv base64 md5 zlib mycab xml table json
+    x509_message x509_certificate socket http)
 if (($# > 0)); then
     groups=("$@")
 fi
@@ -52,6 +53,13 @@ for group in "${groups[@]}"; do
         memory=$build
         if [ -w /dev/shm ]; then memory=/dev/shm; fi
         ZKQ_BENCH_DIR=${ZKQ_BENCH_DIR:-$memory} run "$group" mycab_bench . "$(((repetitions + 2) / 3))"
+        ;;
+    socket) run "$group" socket_bench . "$repetitions" ;;
+    # Files in memory: it is the way there that is measured. A round moves 8 GiB.
+    http)
+        memory=$build
+        if [ -w /dev/shm ]; then memory=/dev/shm; fi
+        ZKQ_BENCH_DIR=${ZKQ_BENCH_DIR:-$memory} run "$group" http_bench . "$(((repetitions + 2) / 3))"
         ;;
     *)
         echo "$0: no such group: $group" >&2

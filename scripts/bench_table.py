@@ -13,6 +13,8 @@ NO_SLOWER = 1.05
 LINEAR = 1.15
 # At least 0.98 of zlib's own speed.
 ZLIB_SPEED = 1 / 0.98
+# At least 0.95 of a bare loop.
+LOOP_SPEED = 1 / 0.95
 # With a larger spread than this a verdict is a guess, and is marked as one.
 UNSTEADY = 0.5
 
@@ -144,6 +146,16 @@ def rows():
                         ("decode", "message of 20 fields, decode and release")):
         for peer, name in (("protobuf-c", "protobuf-c"), ("openssl", "OpenSSL's templates")):
             yield (title, f"message/{what}/ours", name, [(1, f"message/{what}/{peer}")], 0.5)
+
+    for what, name in (("send", "S_Send"), ("receive", "S_Receive")):
+        yield (f"{name} of 1 GiB", f"socket/{what}/ours", "loop with poll", [(1, f"socket/{what}/bare")], LOOP_SPEED)
+    for what, name, peers in (("memory", "1 GiB into memory", ("libcurl", "libcurl-10MB")),
+                              ("chunked", "1 GiB in chunks into memory", ("libcurl",)),
+                              ("file", "1 GiB into a file", ("libcurl", "libcurl-10MB")),
+                              ("requests", "small request", ("libcurl",))):
+        for peer in peers:
+            yield (f"HTTP, {name}", f"http/{what}/ours", peer.replace("-", ", buffer of "),
+                   [(1, f"http/{what}/{peer}")], 1.0)
 
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).

@@ -10,15 +10,17 @@ packages=(
     g++ cmake ninja-build pkg-config libc-bin zlib1g-dev # building
     libcli11-dev                                         # the tool
     libgtest-dev binutils bsdutils util-linux git        # testing
-    libssl-dev openssl ca-certificates
+    libssl-dev openssl ca-certificates                   # testing certificates
+    curl python3                                         # testing, at the other end of connections
 )
 bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev zip unzip python3
     libpugixml-dev libxml2-dev shared-mime-info iso-codes
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
     libprotobuf-c-dev protobuf-c-compiler
+    libcurl4-openssl-dev
 )
-checks=(clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
+checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 
 case "${1:-}" in
 "") ;;

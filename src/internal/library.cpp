@@ -1,4 +1,5 @@
 // What the library does when it is loaded, and what it holds for the life of the process.
+#include <ZKQ_general/socket.h>
 #include <stdarg.h>
 #include <stdio.h>
 
@@ -18,6 +19,7 @@ __attribute__((constructor)) void InitLibrary()
     APPLOGINFO info = {};
     info.ProjectName = "general";
     info.RecordTime = 1;
+    Network_init();
     General_Misc_XMLInit();
     MakeLogContext(info, &g_General_LogCtx);
 }

@@ -4,9 +4,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <iconv.h>
+#include <netdb.h>
+#include <poll.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -48,13 +52,67 @@ bool FailsBytes(std::string_view function, size_t* size)
 
 const std::vector<std::string>& fault::Functions()
 {
-    static const std::vector<std::string> functions = {
-        "malloc",    "calloc",   "realloc",      "strndup",   "open",         "openat",  "read",
-        "write",     "writev",   "lstat",        "fstat",     "stat",         "mkdir",   "copy_file_range",
-        "rmdir",     "unlinkat", "fdopen",       "ftruncate", "symlink",      "getcwd",  "fwrite",
-        "fdopendir", "flock",    "readlink",     "close",     "fcntl",        "fchmod",  "unlink",
-        "statx",     "readdir",  "lseek",        "opendir",   "pread",        "pwrite",  "reallocarray",
-        "mkdirat",   "futimens", "deflateInit_", "deflate",   "inflateInit_", "inflate", "iconv_open"};
+    static const std::vector<std::string> functions = {"malloc",
+                                                       "calloc",
+                                                       "realloc",
+                                                       "strndup",
+                                                       "open",
+                                                       "openat",
+                                                       "read",
+                                                       "write",
+                                                       "writev",
+                                                       "lstat",
+                                                       "fstat",
+                                                       "stat",
+                                                       "mkdir",
+                                                       "copy_file_range",
+                                                       "rmdir",
+                                                       "unlinkat",
+                                                       "fdopen",
+                                                       "ftruncate",
+                                                       "symlink",
+                                                       "getcwd",
+                                                       "fwrite",
+                                                       "fdopendir",
+                                                       "flock",
+                                                       "readlink",
+                                                       "close",
+                                                       "fcntl",
+                                                       "fchmod",
+                                                       "unlink",
+                                                       "statx",
+                                                       "readdir",
+                                                       "lseek",
+                                                       "opendir",
+                                                       "pread",
+                                                       "pwrite",
+                                                       "reallocarray",
+                                                       "mkdirat",
+                                                       "futimens",
+                                                       "deflateInit_",
+                                                       "deflate",
+                                                       "inflateInit_",
+                                                       "inflate",
+                                                       "iconv_open",
+                                                       "socket",
+                                                       "setsockopt",
+                                                       "getsockopt",
+                                                       "connect",
+                                                       "bind",
+                                                       "listen",
+                                                       "accept",
+                                                       "ppoll",
+                                                       "pselect",
+                                                       "recv",
+                                                       "send",
+                                                       "sendto",
+                                                       "recvfrom",
+                                                       "getsockname",
+                                                       "getpeername",
+                                                       "gethostbyname_r",
+                                                       "gethostbyaddr_r",
+                                                       "getaddrinfo",
+                                                       "getnameinfo"};
     return functions;
 }
 
@@ -138,6 +196,42 @@ WRAP(int, Z_STREAM_ERROR, deflate, (z_stream * stream, int flush), (stream, flus
 WRAP(int, Z_MEM_ERROR, inflateInit_, (z_stream * stream, const char* version, int size), (stream, version, size))
 WRAP(int, Z_MEM_ERROR, inflate, (z_stream * stream, int flush), (stream, flush))
 
+WRAP(int, -1, socket, (int family, int type, int protocol), (family, type, protocol))
+WRAP(int, -1, setsockopt, (int fd, int level, int name, const void* value, socklen_t length),
+     (fd, level, name, value, length))
+WRAP(int, -1, getsockopt, (int fd, int level, int name, void* value, socklen_t* length),
+     (fd, level, name, value, length))
+WRAP(int, -1, connect, (int fd, const sockaddr* address, socklen_t length), (fd, address, length))
+WRAP(int, -1, bind, (int fd, const sockaddr* address, socklen_t length), (fd, address, length))
+WRAP(int, -1, listen, (int fd, int backlog), (fd, backlog))
+WRAP(int, -1, accept, (int fd, sockaddr* address, socklen_t* length), (fd, address, length))
+WRAP(int, -1, ppoll, (pollfd * entries, nfds_t count, const timespec* limit, const sigset_t* mask),
+     (entries, count, limit, mask))
+WRAP(int, -1, pselect,
+     (int count, fd_set* reading, fd_set* writing, fd_set* other, const timespec* limit, const sigset_t* mask),
+     (count, reading, writing, other, limit, mask))
+WRAP(int, -1, getsockname, (int fd, sockaddr* address, socklen_t* length), (fd, address, length))
+WRAP(int, -1, getpeername, (int fd, sockaddr* address, socklen_t* length), (fd, address, length))
+WRAP(int, TRY_AGAIN, gethostbyname_r,
+     (const char* name, hostent* entry, char* room, size_t size, hostent** answer, int* error),
+     (name, entry, room, size, answer, error))
+WRAP(int, TRY_AGAIN, gethostbyaddr_r,
+     (const void* address, socklen_t length, int family, hostent* entry, char* room, size_t size, hostent** answer,
+      int* error),
+     (address, length, family, entry, room, size, answer, error))
+WRAP(int, EAI_AGAIN, getaddrinfo, (const char* name, const char* service, const addrinfo* hints, addrinfo** answers),
+     (name, service, hints, answers))
+WRAP(int, EAI_AGAIN, getnameinfo,
+     (const sockaddr* address, socklen_t length, char* name, socklen_t nameSize, char* service, socklen_t serviceSize,
+      int flags),
+     (address, length, name, nameSize, service, serviceSize, flags))
+WRAP_BYTES(recv, recv, (int fd, void* data, size_t size, int flags), size, (fd, data, size, flags))
+WRAP_BYTES(send, send, (int fd, const void* data, size_t size, int flags), size, (fd, data, size, flags))
+WRAP_BYTES(recvfrom, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length), size,
+           (fd, data, size, flags, address, length))
+WRAP_BYTES(sendto, sendto,
+           (int fd, const void* data, size_t size, int flags, const sockaddr* address, socklen_t length), size,
+           (fd, data, size, flags, address, length))
 WRAP_BYTES(pread, pread, (int fd, void* data, size_t size, off_t at), size, (fd, data, size, at))
 WRAP_BYTES(read, read, (int fd, void* data, size_t size), size, (fd, data, size))
 WRAP_BYTES(read, __read_chk, (int fd, void* data, size_t size, size_t room), size, (fd, data, size, room))

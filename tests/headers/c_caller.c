@@ -150,6 +150,18 @@ static void CheckCertificate(void)
     Check("x509", ZKQGeneral_CloseCert(NULL) == 22);
 }
 
+static void CheckNetwork(void)
+{
+    SOCKET_ZKQ sy;
+    NETWORK_URL_NEW url;
+    struct sockaddr_in address;
+    Check("socket", S_Open(&sy, 0, 0, 0) == TRUE && S_Bind(&sy, "127.0.0.1", 0) == TRUE);
+    Check("socket", S_Close(&sy, 0) == TRUE && sy.sd == INVALID_SOCKET);
+    Check("socket", Network_FillSockAddr(&address, "127.0.0.1", 80) == TRUE && address.sin_family == AF_INET);
+    Check("http", Network_SplideURL_New("http://host:81/x", &url) == TRUE && url.Port == 81);
+    Check("http", Network_SendHttpRequest("gopher://host/x", NULL, NULL) == FALSE);
+}
+
 int main(void)
 {
     CheckErrorAndFile();
@@ -163,5 +175,6 @@ int main(void)
     CheckMyCab();
     CheckMessage();
     CheckCertificate();
+    CheckNetwork();
     return failures == 0 ? 0 : 1;
 }

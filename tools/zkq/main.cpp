@@ -1,5 +1,6 @@
 // zkq: what the library does, from the command line.
 #include <locale.h>
+#include <signal.h>
 #include <stdio.h>
 
 #include <exception>
@@ -82,6 +83,7 @@ int Run(CLI::App& app, std::vector<std::string> arguments)
 int main(int argc, char** argv)
 {
     setlocale(LC_ALL, "");
+    signal(SIGPIPE, SIG_DFL); // the library ignores it; "zkq ... | head" ends as quietly as it always has
     try {
         CLI::App app(
             "Profile files, logs, files, archives, XML, JSON and certificates, handled as libZKQ_general handles them.",
