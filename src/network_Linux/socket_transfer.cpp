@@ -48,7 +48,8 @@ long ReceiveLater(SOCKET sd, char* buffer, size_t size, int Timeout)
     return count < 0 ? Failed() : count;
 }
 
-/// The receive step. An error that the first look takes off the socket is not the end: what a read says afterwards is.
+/// The receive step. An error that the first look takes off the socket is not the end: what a read says afterwards is. The
+/// look leaves its text all the same, that of a time-out if there was nothing yet.
 long ReceiveStep(SOCKET sd, char* buffer, size_t size, int Timeout)
 {
     const ssize_t count = recv(Descriptor(sd), buffer, size, MSG_DONTWAIT);
@@ -56,8 +57,7 @@ long ReceiveStep(SOCKET sd, char* buffer, size_t size, int Timeout)
         return count;
     if (count == 0)
         return Closed();
-    if (errno != EAGAIN)
-        GetSystemLastErrorText();
+    GeneralMisc_SetSystemError(errno == EAGAIN ? ETIME : errno);
     return ReceiveLater(sd, buffer, size, Timeout);
 }
 
