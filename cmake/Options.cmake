@@ -11,6 +11,9 @@ target_compile_options(zkq_warnings INTERFACE
 add_library(zkq_instrumentation INTERFACE)
 if(ZKQ_SANITIZE)
   set(sanitize -fsanitize=${ZKQ_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    list(APPEND sanitize -fno-sanitize=function,vptr) # they need the run-time support library of C++
+  endif()
   target_compile_options(zkq_instrumentation INTERFACE ${sanitize})
   target_link_options(zkq_instrumentation INTERFACE ${sanitize})
 endif()

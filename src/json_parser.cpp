@@ -127,7 +127,7 @@ inline cJSON* Parser::NewNode()
     PoolPlace place;
     void* const room = pool_.Allocate<cJSON>(&place);
     if (room == nullptr) {
-        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem);
+        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem, kJsonSource);
         return nullptr;
     }
     auto* const node = new (room) cJSON{};
@@ -339,7 +339,7 @@ int Parser::Parse(const char* text, cJSON** root)
     const size_t length = strlen(text);
     next_ = pool_.CopySource(text, length);
     if (next_ == nullptr) {
-        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem);
+        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem, kJsonSource);
         return kJsonNoMemory;
     }
     cJSON* const first = NewNode();
@@ -382,7 +382,7 @@ int cJSON_Misc_CreateNode(int Type, cJSON** Node)
 {
     auto* const node = static_cast<cJSON*>(calloc(1, sizeof(cJSON)));
     if (node == nullptr) {
-        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem);
+        General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem, kJsonSource);
         return kJsonNoMemory;
     }
     node->type = Type;

@@ -14,16 +14,16 @@
 namespace {
 
 /// Logs why a function fails, and returns its result.
-int FailWith(int result, const char* message, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+int FailWith(int result, const char* message, int line = __builtin_LINE())
 {
-    General_LibraryLog(ZKQ_LOG_ERROR, message, file, line);
+    General_LibraryLog(ZKQ_LOG_ERROR, message, kJsonSource, line);
     return result;
 }
 
 /// Logs that an argument is bad.
-int RefuseArgument(const char* file = __builtin_FILE(), int line = __builtin_LINE())
+int RefuseArgument(int line = __builtin_LINE())
 {
-    return FailWith(EINVAL, strerror(EINVAL), file, line);
+    return FailWith(EINVAL, strerror(EINVAL), line);
 }
 
 cJSON* AsNode(void* Ctx)

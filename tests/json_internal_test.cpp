@@ -365,7 +365,7 @@ protected:
             const size_t end = utf8.bytes.find('\n', at);
             const std::string line = utf8.bytes.substr(at, end - at);
             EXPECT_EQ(line.substr(0, 8), "[Error] ");
-            const size_t source = line.find(" - json_");
+            const size_t source = line.find(" - json,");
             EXPECT_NE(source, std::string::npos) << line;
             lines.push_back(line.substr(8, source - 8));
             at = end + 1;

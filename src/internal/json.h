@@ -10,6 +10,7 @@
 
 inline constexpr int kJsonBadData = -8;
 inline constexpr int kJsonNoMemory = -9;
+inline constexpr char kJsonSource[] = "json"; ///< what the log's records name as their source
 
 enum JsonType { kJsonFalse, kJsonTrue, kJsonNull, kJsonNumber, kJsonString, kJsonArray, kJsonObject };
 inline constexpr int kJsonTypeMask = 0xFF;

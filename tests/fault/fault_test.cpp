@@ -915,7 +915,7 @@ std::vector<std::string> JsonLogOf(const char* function, int call, int expected,
     const std::string log = support::BareIconv("UTF-8", "GBK")(ReadFile(dir.OwnLog())).bytes;
     std::vector<std::string> lines;
     for (size_t at = 0; at < log.size(); at = log.find('\n', at) + 1)
-        lines.push_back(log.substr(at + 8, log.find(" - json_", at) - at - 8));
+        lines.push_back(log.substr(at + 8, log.find(" - json,", at) - at - 8));
     return lines;
 }
 
