@@ -10,6 +10,7 @@ packages=(
     g++ cmake ninja-build pkg-config libc-bin zlib1g-dev # building
     libcli11-dev                                         # the tool
     libgtest-dev binutils bsdutils util-linux git        # testing
+    iproute2 iputils-ping
 )
 bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev libssl-dev zip unzip python3
