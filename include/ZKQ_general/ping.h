@@ -30,7 +30,8 @@ extern "C" {
  * @param TTL       Receives the time-to-live that the reply arrived with, for IPv4 only; may be null.
  * @return TRUE if the host replied. The error text after a time-out is that of `ETIME` (62).
  */
-ZKQ_API BOOL Network_PingHost(const char* IPAddress, int Size, int iTimeOut, unsigned long* Elapsed, unsigned char* TTL);
+ZKQ_API BOOL Network_PingHost(const char* IPAddress, int Size, int iTimeOut, unsigned long* Elapsed,
+                              unsigned char* TTL);
 
 /**
  * @brief Finds a host's address and tells whether it is one of IPv6.

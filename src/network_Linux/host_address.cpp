@@ -125,23 +125,32 @@ private:
     char line_[512];
 };
 
+/// Reads an address as the kernel's table has it: 32 digits without colons.
+bool ReadIPv6(const char (&digits)[33], in6_addr* address)
+{
+    constexpr int kGroupLength = 4;
+    char text[INET6_ADDRSTRLEN];
+    TextBuilder builder(text);
+    for (size_t i = 0; digits[i] != '\0'; ++i) {
+        if (i > 0 && i % kGroupLength == 0)
+            builder.Add(':');
+        builder.Add(digits[i]);
+    }
+    return inet_pton(AF_INET6, text, address) == 1;
+}
+
 /// Finds an interface's first address in the kernel's table; 0 or an errno value.
 int FindIPv6(const char* DevName, in6_addr* address)
 {
-    constexpr int kGroups = 8;
     TableReader table("/proc/net/if_inet6");
     if (!table.IsOpen())
         return errno;
     while (const char* line = table.NextLine()) {
-        unsigned groups[kGroups];
+        char digits[33];
         char name[21];
-        const int fields = sscanf(line, "%4x%4x%4x%4x%4x%4x%4x%4x %*x %*x %*x %*x %20s", &groups[0], &groups[1],
-                                  &groups[2], &groups[3], &groups[4], &groups[5], &groups[6], &groups[7], name);
-        if (fields != kGroups + 1 || strcmp(name, DevName) != 0)
-            continue;
-        for (int i = 0; i < kGroups; ++i)
-            address->s6_addr16[i] = htons(static_cast<uint16_t>(groups[i]));
-        return 0;
+        if (sscanf(line, "%32[0-9a-f] %*s %*s %*s %*s %20s", digits, name) == 2 && strcmp(name, DevName) == 0 &&
+            ReadIPv6(digits, address))
+            return 0;
     }
     return ENODEV;
 }
