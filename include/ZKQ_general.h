@@ -12,6 +12,7 @@
 #include <ZKQ_general/base64.h>
 #include <ZKQ_general/error.h>
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/http.h>
 #include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
 #include <ZKQ_general/json.h>

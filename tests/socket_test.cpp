@@ -248,7 +248,8 @@ TEST_P(EachFamily, ClientIsRefused)
 {
     Socket socket;
     ASSERT_TRUE(S_Open(socket.Get(), GetParam(), 0, 0));
-    EXPECT_FALSE(S_Client(socket.Get(), GetParam() == AF_INET ? "127.0.0.1" : "::1", support::ClosedPort(GetParam()), 5));
+    EXPECT_FALSE(
+        S_Client(socket.Get(), GetParam() == AF_INET ? "127.0.0.1" : "::1", support::ClosedPort(GetParam()), 5));
     EXPECT_SYSTEM_ERROR(ECONNREFUSED);
 }
 

@@ -323,7 +323,8 @@ TEST(STransfer, LargeOnesArriveWhole)
     const std::string sent = Noise(16 << 20);
     for (const bool ex : {false, true}) {
         Connection connection;
-        std::thread echo([&] { support::WriteAll(connection.peer.Get(), support::ReadBytes(connection.peer.Get(), sent.size())); });
+        std::thread echo(
+            [&] { support::WriteAll(connection.peer.Get(), support::ReadBytes(connection.peer.Get(), sent.size())); });
         auto size = static_cast<long>(sent.size());
         std::string received(sent.size(), '\0');
         if (ex) {
@@ -378,7 +379,7 @@ TEST(SSend, NeverGivesUpOnASlowPeer)
             sent = S_Send(*connection.mine, "hello", &size, timeout);
             done = true;
         });
-            usleep(timeout > 0 ? 1300000 : 100000);
+        usleep(timeout > 0 ? 1300000 : 100000);
         EXPECT_FALSE(done);
         const Stopwatch watch;
         char drain[1 << 16];

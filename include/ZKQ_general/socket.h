@@ -31,13 +31,14 @@ typedef unsigned int SOCKET; /**< A descriptor. */
 
 /** A socket. S_Open() or S_Accept() fill it, S_Close() ends it; in between only this family writes to it. */
 typedef struct {
-    struct sockaddr_in sin; /**< its address; for IPv6 the family alone, and in bytes 4 to 11 a pointer to a `sockaddr_in6`
+    struct sockaddr_in
+        sin;       /**< its address; for IPv6 the family alone, and in bytes 4 to 11 a pointer to a `sockaddr_in6`
                                  that belongs to this structure */
-    int bindflag;           /**< 1 after a successful bind */
-    int closeflag;          /**< not used */
-    SOCKET sd;              /**< the descriptor, INVALID_SOCKET when closed */
-    void* s_sd;             /**< reserved for a secured channel */
-    int SSL_Mode;           /**< reserved for a secured channel */
+    int bindflag;  /**< 1 after a successful bind */
+    int closeflag; /**< not used */
+    SOCKET sd;     /**< the descriptor, INVALID_SOCKET when closed */
+    void* s_sd;    /**< reserved for a secured channel */
+    int SSL_Mode;  /**< reserved for a secured channel */
 } SOCKET_ZKQ;
 
 /**

@@ -50,8 +50,8 @@ void DottedText(const in_addr& address, char* text)
 int ParseIPv6(const sockaddr_in6& address, char* daddr)
 {
     char text[kNumericNameSize];
-    const int error = getnameinfo(reinterpret_cast<const sockaddr*>(&address), sizeof address, text, sizeof text, nullptr,
-                                  0, NI_NUMERICHOST);
+    const int error = getnameinfo(reinterpret_cast<const sockaddr*>(&address), sizeof address, text, sizeof text,
+                                  nullptr, 0, NI_NUMERICHOST);
     if (error == 0)
         GeneralMisc_OutputString(text, daddr, sizeof text, 1);
     return error;
@@ -63,8 +63,8 @@ int NameOfIPv4(const in_addr& address, char* name)
     MallocPtr<char> room;
     hostent entry = {};
     int resolverError = 0;
-    const hostent* const answer =
-        AskResolver(&room, &entry, &resolverError, [&](hostent* to, char* buffer, size_t size, hostent** found, int* why) {
+    const hostent* const answer = AskResolver(
+        &room, &entry, &resolverError, [&](hostent* to, char* buffer, size_t size, hostent** found, int* why) {
             return gethostbyaddr_r(&address, sizeof address, AF_INET, to, buffer, size, found, why);
         });
     if (answer == nullptr)
@@ -145,10 +145,10 @@ int ResolveIPv4(const char* host, in_addr* address)
     MallocPtr<char> room;
     hostent entry = {};
     int resolverError = 0;
-    const hostent* const answer =
-        AskResolver(&room, &entry, &resolverError, [&](hostent* to, char* buffer, size_t size, hostent** found, int* why) {
-            return gethostbyname_r(host, to, buffer, size, found, why);
-        });
+    const hostent* const answer = AskResolver(&room, &entry, &resolverError,
+                                              [&](hostent* to, char* buffer, size_t size, hostent** found, int* why) {
+                                                  return gethostbyname_r(host, to, buffer, size, found, why);
+                                              });
     if (answer == nullptr || answer->h_addrtype != AF_INET || answer->h_addr_list[0] == nullptr)
         return EINVAL;
     memcpy(address, answer->h_addr_list[0], sizeof *address);

@@ -98,8 +98,7 @@ public:
     {
         const Fd probe(socket(family, SOCK_STREAM, 0));
         sockaddr_storage address = Loopback(family, 0);
-        return probe.Get() >= 0 &&
-               bind(probe.Get(), reinterpret_cast<sockaddr*>(&address), LengthOf(family)) == 0;
+        return probe.Get() >= 0 && bind(probe.Get(), reinterpret_cast<sockaddr*>(&address), LengthOf(family)) == 0;
     }
     static sockaddr_storage Loopback(int family, int port)
     {
@@ -120,7 +119,10 @@ public:
     int Port() const { return port_; }
     const char* Host() const { return family_ == AF_INET ? "127.0.0.1" : "::1"; }
     /// The next connection; none if nobody comes within ten seconds.
-    Fd Accept() const { return Fd(WaitToRead(fd_.Get(), 10000) ? accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC) : -1); }
+    Fd Accept() const
+    {
+        return Fd(WaitToRead(fd_.Get(), 10000) ? accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC) : -1);
+    }
     void Close() { fd_.Close(); }
 
 private:
@@ -140,7 +142,8 @@ public:
     double Seconds() const
     {
         const timespec now = Now();
-        return static_cast<double>(now.tv_sec - start_.tv_sec) + static_cast<double>(now.tv_nsec - start_.tv_nsec) * 1e-9;
+        return static_cast<double>(now.tv_sec - start_.tv_sec) +
+               static_cast<double>(now.tv_nsec - start_.tv_nsec) * 1e-9;
     }
 
 private:
