@@ -10,10 +10,11 @@ packages=(
     g++ cmake ninja-build pkg-config libc-bin zlib1g-dev # building
     libcli11-dev                                         # the tool
     libgtest-dev binutils bsdutils util-linux git        # testing
-    iproute2 iputils-ping python3 curl
+    iproute2 iputils-ping
+    curl python3                                         # testing, at the other end of connections
 )
 bench=(
-    libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev libssl-dev zip unzip
+    libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev libssl-dev zip unzip python3
     libpugixml-dev libxml2-dev shared-mime-info iso-codes
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
 )
