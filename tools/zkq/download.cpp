@@ -94,10 +94,13 @@ void Remove(const std::string& directory)
 ArrivalDirectory::ArrivalDirectory(const std::string& parent)
     : path_((parent.empty() ? "." : parent) + "/.zkq-XXXXXX"), watched_(Interruptions())
 {
-    if (mkdtemp(path_.data()) == nullptr)
-        throw SystemFailure("cannot write into " + (parent.empty() ? "." : parent), errno);
     sigaddset(&watched_, kEnough);
     pthread_sigmask(SIG_BLOCK, &watched_, &before_);
+    if (mkdtemp(path_.data()) == nullptr) {
+        const int reason = errno;
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        throw SystemFailure("cannot write into " + (parent.empty() ? "." : parent), reason);
+    }
     watcher_ = std::thread([this] { Watch(); });
 }
 

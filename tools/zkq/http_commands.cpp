@@ -70,7 +70,7 @@ std::string HeaderLine(const std::string& type)
 Failure RequestFailure(const Options& options)
 {
     const std::string what = (options.is_post ? "cannot post to " : "cannot get ") + options.url;
-    const Failure failure = LibraryFailure(what);
+    Failure failure = LibraryFailure(what);
     if (failure.what() != what + ": " + strerror(EBADMSG))
         return failure;
     return {failure.what(), fs::is_directory(options.output)
@@ -168,7 +168,7 @@ void Receive(const Options& options)
 
 std::shared_ptr<Options> AddRequest(CLI::App* command)
 {
-    const auto options = std::make_shared<Options>();
+    auto options = std::make_shared<Options>();
     command->add_option("URL", options->url, "http://HOST:PORT/PATH; protocol, port and path may be missing")
         ->required()
         ->type_name("");

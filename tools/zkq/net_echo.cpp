@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <mutex>
 #include <semaphore>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -141,7 +142,7 @@ Socket Connect(const ConnectOptions& options)
     Socket connection(FamilyOf(options.host));
     if (S_Client(connection.Get(), options.host.c_str(), options.port, options.timeout))
         return connection;
-    if (ZKQGeneral_GetGeneralErrorInfo() == std::string(strerror(0)))
+    if (ZKQGeneral_GetGeneralErrorInfo() == std::string_view(strerror(0)))
         throw Failure(what, "The server spoke first, which the library takes for a refusal");
     throw LibraryFailure(what);
 }
@@ -185,10 +186,9 @@ bool Receive(Socket& connection)
     std::string block(kBlock, '\0');
     auto size = static_cast<long>(block.size());
     if (!S_Receive_Unknow_Data(*connection.Get(), block.data(), &size, kNoLimit)) {
-        const Failure failure = LibraryFailure("cannot receive");
-        const bool is_reset = std::string_view(failure.what()).ends_with(strerror(ECONNRESET));
+        const bool is_reset = ZKQGeneral_GetGeneralErrorInfo() == std::string_view(strerror(ECONNRESET));
         if (is_reset || TCP_SocketIsTermination(connection.Get()->sd) != 1)
-            throw failure;
+            throw LibraryFailure("cannot receive");
         return false;
     }
     signal(SIGPIPE, SIG_DFL); // "| head" ends the program, a lost peer does not

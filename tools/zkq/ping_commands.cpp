@@ -1,4 +1,5 @@
 // zkq ping: whether a host answers, and how fast.
+#include <ZKQ_general/error.h>
 #include <ZKQ_general/ping.h>
 #include <arpa/inet.h>
 #include <errno.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -52,9 +54,8 @@ bool Ping(const Options& options, const Address& address, std::vector<unsigned l
     unsigned long elapsed = 0;
     unsigned char ttl = 0;
     if (!Network_PingHost(address.text.c_str(), options.size, options.timeout, &elapsed, &ttl)) {
-        const Failure failure = LibraryFailure("cannot ping " + options.host);
-        if (!std::string_view(failure.what()).ends_with(strerror(ETIME)))
-            throw failure;
+        if (ZKQGeneral_GetGeneralErrorInfo() != std::string_view(strerror(ETIME)))
+            throw LibraryFailure("cannot ping " + options.host);
         PrintLine(address.text + ": no reply within " + std::to_string(options.timeout) + " s");
         return false;
     }
