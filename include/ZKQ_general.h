@@ -20,6 +20,7 @@
 #include <ZKQ_general/md5.h>
 #include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/mycab.h>
+#include <ZKQ_general/ping.h>
 #include <ZKQ_general/socket.h>
 #include <ZKQ_general/string.h>
 #include <ZKQ_general/system.h>

@@ -11,6 +11,7 @@ packages=(
     libcli11-dev                                         # the tool
     libgtest-dev binutils bsdutils util-linux git        # testing
     libssl-dev openssl ca-certificates                   # testing certificates
+    iproute2 iputils-ping                                # testing, in networks of their own
     curl python3                                         # testing, at the other end of connections
 )
 bench=(

@@ -5,6 +5,7 @@
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -137,6 +138,14 @@ BOOL FinishFile(FUNCTIONOUT* out)
     return error == 0 ? TRUE : FailHttp(error, Message::HttpWriteFailed);
 }
 
+/// Deletes what was written to a path, unless it is a device or a pipe, which the superuser could delete as well.
+void DeleteFile(const char* path)
+{
+    struct stat info = {};
+    if (lstat(path, &info) == 0 && (S_ISREG(info.st_mode) || S_ISLNK(info.st_mode)))
+        unlink(path);
+}
+
 BOOL FinishMemory(FUNCTIONOUT* out)
 {
     const auto length = static_cast<size_t>(out->DataLength);
@@ -204,7 +213,7 @@ void CloseOutput(FUNCTIONOUT* out, bool hasFailed)
         fclose(out->fp);
     }
     if (hasFailed && out->OutFile != nullptr && out->bPath == 0)
-        unlink(out->OutFile);
+        DeleteFile(out->OutFile);
     free(out->Pending);
     free(out->ResultData);
 }

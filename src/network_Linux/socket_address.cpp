@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "../internal/guards.h"
+#include "../internal/resolver.h"
 #include "../internal/socket.h"
 #include "../internal/text.h"
 
@@ -18,26 +19,6 @@ constexpr int kOriginalDestination = 80; // SO_ORIGINAL_DST of the packet filter
 constexpr size_t kHostNameSize = NI_MAXHOST;
 constexpr socklen_t kNumericNameSize = INET6_ADDRSTRLEN; // what callers have room for
 constexpr int kDecimal = 10;
-
-/// The answer of one of the resolver's functions that want room: what `ask` gives with enough of it. Null with
-/// *resolverError if there is none.
-template <class Ask>
-const hostent* AskResolver(MallocPtr<char>* room, hostent* entry, int* resolverError, Ask ask)
-{
-    constexpr size_t kFirstRoom = 2048;
-    constexpr size_t kMostRoom = size_t{1} << 20;
-    *resolverError = NO_RECOVERY;
-    for (size_t size = kFirstRoom; size <= kMostRoom; size *= 2) {
-        room->reset(static_cast<char*>(malloc(size)));
-        if (*room == nullptr)
-            return nullptr;
-        hostent* answer = nullptr;
-        const int error = ask(entry, room->get(), size, &answer, resolverError);
-        if (error != ERANGE)
-            return error == 0 ? answer : nullptr;
-    }
-    return nullptr;
-}
 
 /// The port behind a ':', `port` if it is 0 or none.
 int PortBehind(const char* colon, int port)

@@ -17,3 +17,6 @@ void AddXmlCommands(CLI::App& app);
 void AddJsonCommands(CLI::App& app);
 void AddCertCommands(CLI::App& app);
 void AddDerCommands(CLI::App& app);
+void AddHttpCommands(CLI::App& app);
+void AddPingCommand(CLI::App& app);
+void AddNetCommands(CLI::App& app);

@@ -33,6 +33,9 @@ void AddCommands(CLI::App& app)
     AddJsonCommands(app);
     AddCertCommands(app);
     AddDerCommands(app);
+    AddHttpCommands(app);
+    AddPingCommand(app);
+    AddNetCommands(app);
     UnguardOptions(app);
 }
 
@@ -86,7 +89,7 @@ int main(int argc, char** argv)
     signal(SIGPIPE, SIG_DFL); // the library ignores it; "zkq ... | head" ends as quietly as it always has
     try {
         CLI::App app(
-            "Profile files, logs, files, archives, XML, JSON and certificates, handled as libZKQ_general handles them.",
+            "Profile files, logs, files, archives, documents, certificates and networks, as libZKQ_general handles them.",
             "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
