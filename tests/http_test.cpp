@@ -595,6 +595,20 @@ TEST(HttpFile, IsDeletedByAFailure)
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+TEST(HttpFile, ThatIsNoneIsNotDeleted)
+{
+    const TempDir dir;
+    const std::string pipe = dir.File("pipe");
+    const std::string link = dir.File("link");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::filesystem::create_symlink(pipe, link);
+    EXPECT_FALSE(Network_SendHttpRequest("gopher://h/", nullptr, pipe.c_str()));
+    EXPECT_TRUE(std::filesystem::exists(pipe));
+    EXPECT_FALSE(Network_SendHttpRequest("gopher://h/", nullptr, link.c_str()));
+    EXPECT_FALSE(std::filesystem::is_symlink(link));
+    EXPECT_TRUE(std::filesystem::exists(pipe)) << "a link goes itself";
+}
+
 TEST(HttpFile, ThatCannotBeCreatedOrWritten)
 {
     const TempDir dir;
