@@ -89,7 +89,7 @@ int main(int argc, char** argv)
     signal(SIGPIPE, SIG_DFL); // the library ignores it; "zkq ... | head" ends as quietly as it always has
     try {
         CLI::App app(
-            "Profile files, logs, files, archives, documents, certificates and networks, as libZKQ_general handles them.",
+            "Files, logs, archives, documents, certificates and networks, handled as libZKQ_general handles them.",
             "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));
