@@ -103,12 +103,14 @@ int GiveInterfaceAddress(int sd, unsigned long request, const char* DevName, cha
 
 int GiveMac(int sd, const char* DevName, char* Mac)
 {
+    constexpr size_t kMacTextSize = 15;
     ifreq answer;
     if (const int error = AskInterface(sd, SIOCGIFHWADDR, DevName, &answer))
         return error;
     unsigned char bytes[6];
     memcpy(bytes, answer.ifr_hwaddr.sa_data, sizeof bytes);
-    sprintf(Mac, "%02X%02X-%02X%02X-%02X%02X", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4], bytes[5]);
+    snprintf(Mac, kMacTextSize, "%02X%02X-%02X%02X-%02X%02X", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
+             bytes[5]);
     return 0;
 }
 
