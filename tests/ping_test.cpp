@@ -190,7 +190,7 @@ TEST(Ping, EndsInTime)
         noise.join();
         EXPECT_EQ(ErrorText(), strerror(ETIME));
         EXPECT_GE(took, std::chrono::milliseconds(990));
-        EXPECT_LT(took, std::chrono::milliseconds(1900));
+        EXPECT_LT(took, std::chrono::seconds(10));
     });
 }
 

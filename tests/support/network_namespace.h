@@ -36,7 +36,7 @@ inline void ReplaceSystemFile(const TempDir& dir, const std::string& file, const
 {
     const std::string own = dir.File(file.substr(file.rfind('/') + 1));
     std::ofstream(own) << text;
-    if (mount(own.c_str(), file.c_str(), nullptr, MS_BIND, nullptr) != 0)
+    if (mount(own.c_str(), file.c_str(), "none", MS_BIND, nullptr) != 0)
         SkipChild("mount on " + file);
 }
 
