@@ -116,8 +116,8 @@ protected:
     {
         const ScriptedServer server(response);
         char* data = nullptr;
-        const BOOL succeeded = Network_HttpSendReceiveEx2(server.Url().c_str(), nullptr, nullptr, file, &data, nullptr, 1,
-                                                          bPath, name, name != nullptr ? 2 : 0);
+        const BOOL succeeded = Network_HttpSendReceiveEx2(server.Url().c_str(), nullptr, nullptr, file, &data, nullptr,
+                                                          1, bPath, name, name != nullptr ? 2 : 0);
         NetWork_FreeBuffer(data);
         return succeeded;
     }

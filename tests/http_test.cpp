@@ -47,8 +47,7 @@ Result Get(const std::string& url, int timeout = 5, const char* post = nullptr, 
     int length = -1;
     support::MarkErrorText();
     Result result = {};
-    result.succeeded =
-        Network_HttpSendReceiveEx(url.c_str(), post, type, nullptr, &data, &length, timeout, 0);
+    result.succeeded = Network_HttpSendReceiveEx(url.c_str(), post, type, nullptr, &data, &length, timeout, 0);
     result.hasData = data != nullptr;
     if (data != nullptr && data != &untouched) {
         result.data.assign(data, static_cast<size_t>(std::max(length, 0)));
@@ -93,10 +92,12 @@ TEST(HttpRequest, AGetByteForByte)
     EXPECT_EQ(server.Request(), "GET /x HTTP/1.1\r\n"
                                 "Accept: */*\r\n"
                                 "User-Agent: Mozilla/4.0 (compatible; MSIE 5.01; Windows NT 5.0)\r\n"
-                                "Host: " + server.Authority() + "\r\n"
-                                "Connection: Close\r\n"
-                                "Content-Length:  0\r\n"
-                                "\r\n");
+                                "Host: " +
+                                    server.Authority() +
+                                    "\r\n"
+                                    "Connection: Close\r\n"
+                                    "Content-Length:  0\r\n"
+                                    "\r\n");
 }
 
 TEST(HttpRequest, APostByteForByte)
@@ -106,12 +107,14 @@ TEST(HttpRequest, APostByteForByte)
     EXPECT_EQ(server.Request(), "POST /a/b?c=d HTTP/1.1\r\n"
                                 "Accept: */*\r\n"
                                 "User-Agent: Mozilla/4.0 (compatible; MSIE 5.01; Windows NT 5.0)\r\n"
-                                "Host: " + server.Authority() + "\r\n"
-                                "Connection: Close\r\n"
-                                "Content-Length:  7\r\n"
-                                "Content-Type: application/x-www-form-urlencoded\r\n"
-                                "\r\n"
-                                "k=v&w=x");
+                                "Host: " +
+                                    server.Authority() +
+                                    "\r\n"
+                                    "Connection: Close\r\n"
+                                    "Content-Length:  7\r\n"
+                                    "Content-Type: application/x-www-form-urlencoded\r\n"
+                                    "\r\n"
+                                    "k=v&w=x");
 }
 
 TEST(HttpRequest, TheExtraHeaderLine)
@@ -132,7 +135,8 @@ TEST(HttpRequest, AnEmptyBodyIsAPostToo)
     const ScriptedServer server(Response("ok"));
     ASSERT_TRUE(Get(server.Url(), 5, "").succeeded);
     EXPECT_TRUE(server.Request().starts_with("POST "));
-    EXPECT_TRUE(server.Request().ends_with("Content-Length:  0\r\nContent-Type: application/x-www-form-urlencoded\r\n\r\n"));
+    EXPECT_TRUE(
+        server.Request().ends_with("Content-Length:  0\r\nContent-Type: application/x-www-form-urlencoded\r\n\r\n"));
 }
 
 TEST(HttpRequest, ProtocolAndPathMayBeMissing)
@@ -257,8 +261,9 @@ TEST(HttpHead, TheStatusLine)
 TEST(HttpHead, InterimHeadsAreDropped)
 {
     EXPECT_EQ(BodyOf("HTTP/1.1 100 Continue\r\n\r\n" + Response("body", LengthHeader(4))), "body");
-    EXPECT_EQ(BodyOf("HTTP/1.1 199 X\r\nContent-Length: 1\r\nLocation: /\r\n\r\nHTTP/1.1 101 Y\r\n\r\n" + Response("body")),
-              "body");
+    EXPECT_EQ(
+        BodyOf("HTTP/1.1 199 X\r\nContent-Length: 1\r\nLocation: /\r\n\r\nHTTP/1.1 101 Y\r\n\r\n" + Response("body")),
+        "body");
     const ScriptedServer server({ScriptedServer::Drip({"HTTP/1.1 100 Continue\r\n", "\r\n", Response("body")})});
     EXPECT_EQ(Get(server.Url()).data, "body");
 }
@@ -492,11 +497,13 @@ TEST(HttpRedirect, LongUrls)
     const std::string start = target.Url("/");
     // The blank behind the colon counts.
     const std::string longest = start + std::string(254 - start.size(), 'p');
-    const ScriptedServer server({ScriptedServer::Reply(Redirect(longest)), ScriptedServer::Reply(Redirect(longest + "p"))});
+    const ScriptedServer server(
+        {ScriptedServer::Reply(Redirect(longest)), ScriptedServer::Reply(Redirect(longest + "p"))});
     EXPECT_EQ(Get(server.Url()).data, "there");
     EXPECT_FALSE(Get(server.Url()).succeeded);
     EXPECT_SYSTEM_ERROR(EBADMSG);
-    EXPECT_EQ(BodyOf(Response("body", "Location: " + std::string(255, 'u') + "\r\n")), Failed(EBADMSG)) << "of any code";
+    EXPECT_EQ(BodyOf(Response("body", "Location: " + std::string(255, 'u') + "\r\n")), Failed(EBADMSG))
+        << "of any code";
 }
 
 TEST(HttpRedirect, IsTakenAsItStands)
@@ -591,7 +598,8 @@ TEST(HttpFile, IsDeletedByAFailure)
 TEST(HttpFile, ThatCannotBeCreatedOrWritten)
 {
     const TempDir dir;
-    const ScriptedServer server({ScriptedServer::Reply(Response("body")), ScriptedServer::Reply(Response(Noise(300000)))});
+    const ScriptedServer server(
+        {ScriptedServer::Reply(Response("body")), ScriptedServer::Reply(Response(Noise(300000)))});
     EXPECT_FALSE(Network_SendHttpRequest(server.Url().c_str(), nullptr, dir.File("no/out").c_str()));
     EXPECT_SYSTEM_ERROR(ENOENT);
     if (access("/dev/full", W_OK) == 0) {
@@ -613,8 +621,8 @@ Saved SaveInto(const std::string& directory, const std::string& response, int ro
     const ScriptedServer server(response);
     std::vector<char> name(static_cast<size_t>(std::max(room, 1)), '?');
     support::MarkErrorText();
-    const BOOL succeeded = Network_HttpSendReceiveEx2(server.Url().c_str(), nullptr, nullptr, directory.c_str(), nullptr,
-                                                      nullptr, 2, 1, name.data(), room);
+    const BOOL succeeded = Network_HttpSendReceiveEx2(server.Url().c_str(), nullptr, nullptr, directory.c_str(),
+                                                      nullptr, nullptr, 2, 1, name.data(), room);
     return {succeeded, succeeded ? name.data() : ""};
 }
 
@@ -627,8 +635,8 @@ TEST(HttpDirectory, TheServerNamesTheFile)
 {
     for (const char* disposition :
          {"attachment; filename=a.txt", "attachment;filename=a.txt", "attachment; filename=\"a.txt\"",
-          "attachment; filename = \"a.txt\" ; size=5", "filename=a.txt", "attachment; name=\"x; filename=b\"; filename=a.txt",
-          "attachment; filename=a.txt; filename=b.txt"}) {
+          "attachment; filename = \"a.txt\" ; size=5", "filename=a.txt",
+          "attachment; name=\"x; filename=b\"; filename=a.txt", "attachment; filename=a.txt; filename=b.txt"}) {
         const TempDir dir;
         for (const std::string& path : {dir.Path(), dir.Path() + "/"}) {
             const Saved saved = SaveInto(path, Named(disposition));
@@ -648,8 +656,8 @@ TEST(HttpDirectory, NamesThatWouldLeaveItAreNone)
     const TempDir outer;
     const std::string inner = outer.File("inner");
     std::filesystem::create_directory(inner);
-    for (const std::string& name : {"../evil"s, "/tmp/evil"s, ".."s, "."s, ""s, "a/b"s, "\"\""s, "\"../evil\""s, "a\tb"s,
-                                    "a\x7F"s, "a\0b"s, "\x01"s, std::string(300, 'n')}) {
+    for (const std::string& name : {"../evil"s, "/tmp/evil"s, ".."s, "."s, ""s, "a/b"s, "\"\""s, "\"../evil\""s,
+                                    "a\tb"s, "a\x7F"s, "a\0b"s, "\x01"s, std::string(300, 'n')}) {
         const Saved saved = SaveInto(inner, Named("attachment; filename=" + name));
         EXPECT_FALSE(saved.succeeded) << name;
         EXPECT_SYSTEM_ERROR(EBADMSG);
@@ -738,8 +746,7 @@ TEST(HttpDirectory, AFailureKeepsWholePiecesAndTheDirectory)
     const std::string dir = outer.File("in");
     std::filesystem::create_directory(dir);
     const std::string body = Noise(100000);
-    const std::string head =
-        Response("", "Content-Disposition: a; filename=f\r\nContent-Length: 100001\r\n");
+    const std::string head = Response("", "Content-Disposition: a; filename=f\r\nContent-Length: 100001\r\n");
     const ScriptedServer server({[&](support::Fd& connection) {
         support::WriteAll(connection.Get(), head);
         usleep(50000);
@@ -779,7 +786,8 @@ TEST(HttpEntryPoints, PassTheirArgumentsOn)
     EXPECT_EQ(ReadFile(out), "body");
     EXPECT_TRUE(Network_SendHttpRequestEx2(url.c_str(), "p", out.c_str(), nullptr, 0, name, sizeof name));
     EXPECT_STREQ(name, "unchanged") << "a name is told only with a directory";
-    EXPECT_TRUE(Network_SendHttpRequestEx3(url.c_str(), "p", "X: y", dir.Path().c_str(), nullptr, 1, name, sizeof name));
+    EXPECT_TRUE(
+        Network_SendHttpRequestEx3(url.c_str(), "p", "X: y", dir.Path().c_str(), nullptr, 1, name, sizeof name));
     EXPECT_STREQ(name, "f");
     EXPECT_NE(server.Request().find("\r\nX: y\r\n"), std::string::npos);
     char* data = nullptr;
@@ -801,7 +809,8 @@ TEST(HttpEntryPoints, SuccessLeavesNoDescriptorAndNothingLeaks)
     server.RepeatLast();
     const std::string url = server.Url();
     const auto descriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
     };
     EXPECT_TRUE(Get(url).succeeded);
     const auto before = descriptors();
@@ -816,7 +825,8 @@ TEST(HttpEntryPoints, InParallelThreads)
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i)
         threads.emplace_back([&, i] {
-            ScriptedServer server({ScriptedServer::Reply(i % 2 == 0 ? Response(body, LengthHeader(body.size())) : Chunks({body}))});
+            ScriptedServer server(
+                {ScriptedServer::Reply(i % 2 == 0 ? Response(body, LengthHeader(body.size())) : Chunks({body}))});
             server.RepeatLast();
             for (int round = 0; round < 5; ++round)
                 EXPECT_TRUE(Get(server.Url()).data == body);

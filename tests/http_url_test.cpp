@@ -181,21 +181,11 @@ TEST(GetKeyValueHttp, FindsTheFirstExactKey)
         const char* key;
         const char* value;
     };
-    const Row rows[] = {{"a=1;b=2", "b", "2"},
-                        {"a=1;a=2", "a", "1"},
-                        {"a=1; b=2", "b", "(none)"},
-                        {"a=1; b=2", " b", "2"},
-                        {"a= 1 ;b", "a", " 1 "},
-                        {"a;b;a=3", "a", "3"},
-                        {"a=1=2;a=3", "a", "3"},
-                        {"a==1", "a", "1"},
-                        {"=a=1=", "a", "1"},
-                        {";;a=1;;", "a", "1"},
-                        {"a=", "a", "(none)"},
-                        {"A=1", "a", "(none)"},
-                        {"", "a", "(none)"},
-                        {"a=\"q\"", "a", "\"q\""},
-                        {"a=1", "", "(none)"}};
+    const Row rows[] = {{"a=1;b=2", "b", "2"},   {"a=1;a=2", "a", "1"},     {"a=1; b=2", "b", "(none)"},
+                        {"a=1; b=2", " b", "2"}, {"a= 1 ;b", "a", " 1 "},   {"a;b;a=3", "a", "3"},
+                        {"a=1=2;a=3", "a", "3"}, {"a==1", "a", "1"},        {"=a=1=", "a", "1"},
+                        {";;a=1;;", "a", "1"},   {"a=", "a", "(none)"},     {"A=1", "a", "(none)"},
+                        {"", "a", "(none)"},     {"a=\"q\"", "a", "\"q\""}, {"a=1", "", "(none)"}};
     for (const Row& row : rows) {
         const std::vector<char> src(row.src, row.src + strlen(row.src) + 1);
         std::vector<char> value(std::max(src.size(), sizeof "(none)"));

@@ -38,9 +38,14 @@ TEST(GetServerAddress, OfDottedTexts)
         const char* text;
         uint32_t address;
     };
-    const Row rows[] = {{"127.0.0.1", 0x7F000001}, {"0.0.0.0", 0},           {"255.255.255.255", 0xFFFFFFFF},
-                        {"10.1.2.3", 0x0A010203},  {"127.1", 0x7F000001},    {"0x7f.0.0.1", 0x7F000001},
-                        {"1", 1},                  {"4294967294", 0xFFFFFFFE}};
+    const Row rows[] = {{"127.0.0.1", 0x7F000001},
+                        {"0.0.0.0", 0},
+                        {"255.255.255.255", 0xFFFFFFFF},
+                        {"10.1.2.3", 0x0A010203},
+                        {"127.1", 0x7F000001},
+                        {"0x7f.0.0.1", 0x7F000001},
+                        {"1", 1},
+                        {"4294967294", 0xFFFFFFFE}};
     for (const Row& row : rows) {
         unsigned long address = ~0UL;
         EXPECT_TRUE(GetServerAddress(row.text, &address)) << row.text;

@@ -111,10 +111,11 @@ BOOL MakeRequest(MYINETHANDLE* hd)
     request->Buffer = static_cast<char*>(malloc(room));
     if (request->Buffer == nullptr)
         return FailHttp(ENOMEM, Message::HttpRequestNoMemory);
-    const int length = snprintf(request->Buffer, room, "%s %s HTTP/1.1\r\nAccept: */*%s\r\nHost: %s:%d%s%s %d%s%.*s\r\n\r\n",
-                                request->Method, request->Path, kUserAgent, request->Host, request->Port,
-                                "\r\nConnection: Close", "\r\nContent-Length: ", static_cast<int>(body.size()),
-                                header.empty() ? "" : "\r\n", static_cast<int>(header.size()), header.data());
+    const int length =
+        snprintf(request->Buffer, room, "%s %s HTTP/1.1\r\nAccept: */*%s\r\nHost: %s:%d%s%s %d%s%.*s\r\n\r\n",
+                 request->Method, request->Path, kUserAgent, request->Host, request->Port, "\r\nConnection: Close",
+                 "\r\nContent-Length: ", static_cast<int>(body.size()), header.empty() ? "" : "\r\n",
+                 static_cast<int>(header.size()), header.data());
     memcpy(request->Buffer + length, body.data(), body.size());
     request->Length = static_cast<size_t>(length) + body.size();
     return TRUE;
@@ -124,8 +125,7 @@ BOOL Connect(MYINETHANDLE* hd)
 {
     const REQDATA& request = hd->ReqData;
     if (request.bIPV6 != 0)
-        return S_Open(&hd->sy, AF_INET6, SOCK_STREAM, 0) &&
-               S_Client(&hd->sy, request.Host, request.Port, hd->Timeout);
+        return S_Open(&hd->sy, AF_INET6, SOCK_STREAM, 0) && S_Client(&hd->sy, request.Host, request.Port, hd->Timeout);
     if (!S_Open(&hd->sy, 0, 0, 0))
         return FALSE;
     // The host has been looked up, which S_Client() would do once more.
@@ -215,8 +215,8 @@ BOOL SendRequest(const HTTPREQUEST& request)
     RequestHandle hd = MakeHandle(request);
     if (hd == nullptr)
         return FailHttp(ENOMEM, "calloc hd failed");
-    const bool succeeded = PerformChain(request, &hd) && GiveFileName(request, hd->OutputObj) &&
-                           FinishOutput(&hd->OutputObj);
+    const bool succeeded =
+        PerformChain(request, &hd) && GiveFileName(request, hd->OutputObj) && FinishOutput(&hd->OutputObj);
     if (hd != nullptr)
         CloseOutput(&hd->OutputObj, !succeeded);
     return succeeded ? TRUE : FALSE;

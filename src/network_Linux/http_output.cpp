@@ -59,8 +59,7 @@ BOOL SettleFileName(FUNCTIONOUT* out)
         return TRUE;
     char name[kPathSize];
     int length = sizeof name - 1;
-    const int error =
-        ConvertText(kUtf8ToGbk, out->FileName, static_cast<int>(strlen(out->FileName)), name, &length);
+    const int error = ConvertText(kUtf8ToGbk, out->FileName, static_cast<int>(strlen(out->FileName)), name, &length);
     if (error != 0 || !IsFileName({name, static_cast<size_t>(length)}))
         return FailHttp(EBADMSG, Message::HttpBadFileName);
     TextBuilder(out->FileName).Add({name, static_cast<size_t>(length)});

@@ -121,7 +121,8 @@ private:
 };
 
 /// A whole response.
-inline std::string Response(const std::string& body, const std::string& headers = "", const std::string& status = "200 OK")
+inline std::string Response(const std::string& body, const std::string& headers = "",
+                            const std::string& status = "200 OK")
 {
     return "HTTP/1.1 " + status + "\r\n" + headers + "\r\n" + body;
 }
