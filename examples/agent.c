@@ -1,8 +1,9 @@
 /*
  * A small agent: it reads its settings from a profile file, watches a directory for a few rounds, and records what it
  * sees in a log whose levels an operator may switch while it runs. At the end it packs the files into a cabinet, and
- * makes sure of it: what comes out again must have the digests of what went in. What it saw last it keeps in an XML
- * file, so that it tells what has happened since it last ran.
+ * makes sure of it: what comes out again must have the digests of what went in. It posts the cabinet to a server, which
+ * must answer with the digest of what has arrived. What it saw last it keeps in an XML file, so that it tells what has
+ * happened since it last ran.
  *
  *     agent SETTINGS.ini
  *
@@ -14,6 +15,7 @@
  * ignore = .tmp .swp           endings of names that do not count
  * head = 32                    bytes of a changed file that are shown
  * archive = /var/spool/in.cab  the cabinet to make at the end; none if there is no such key
+ * collector = http://host/in   where to post the cabinet; nowhere without this key
  * state = /var/lib/agent.xml   where it keeps what it saw last; nowhere without this key
  */
 #include <ZKQ_general.h>
@@ -27,12 +29,14 @@
 
 #define PATH_SIZE 300
 #define DIGEST_SIZE 16
+#define COLLECTOR_TIMEOUT 20 /* seconds */
 #define HERE __FILE__, __LINE__
 
 typedef struct {
     char directory[PATH_SIZE];
     char log[96];
     char archive[PATH_SIZE];
+    char collector[PATH_SIZE];
     char state[PATH_SIZE];
     int rounds;
     int interval; /* milliseconds */
@@ -70,6 +74,7 @@ static int ReadSettings(const char* file, Settings* settings)
                                        file);
     ZKQGeneral_GetPrivateProfileString("agent", "log", ".", settings->log, sizeof settings->log, file);
     ZKQGeneral_GetPrivateProfileString("agent", "archive", "", settings->archive, sizeof settings->archive, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "collector", "", settings->collector, sizeof settings->collector, file);
     ZKQGeneral_GetPrivateProfileString("agent", "ignore", "", ignore, sizeof ignore, file);
     ZKQGeneral_GetPrivateProfileString("agent", "state", "", settings->state, sizeof settings->state, file);
     settings->rounds = (int)ZKQGeneral_GetPrivateProfileInt("agent", "rounds", 5, file);
@@ -410,6 +415,62 @@ static int PackFiles(const Settings* settings, const Watch* watch)
     return done;
 }
 
+/* Posting */
+
+/* Posts the cabinet as a Base64 text, because a body ends with the first NUL. The answer is to be released. */
+static char* Post(const Settings* settings)
+{
+    unsigned char* cabinet = NULL;
+    char *text = NULL, *answer = NULL;
+    int size = 0;
+    if (!ZKQGeneral_GetFileContent(settings->archive, &cabinet, &size) ||
+        !ZKQGeneral_ConvertToBase64Ex(cabinet, size, &text, 0))
+        RecordFailure("cannot read the cabinet");
+    else if (!Network_HttpSendReceive(settings->collector, text, "Content-Type: text/plain", &answer,
+                                      COLLECTOR_TIMEOUT))
+        RecordFailure("cannot post the cabinet");
+    else if (answer == NULL)
+        ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_ERROR, HERE, "the collector has said nothing");
+    ZKQGeneral_FreeMallocBuffer(cabinet);
+    ZKQGeneral_FreeMallocBuffer(text);
+    return answer;
+}
+
+/* The answer is {"stored": bytes, "md5": "digest"}; true if the digest is that of the cabinet. */
+static int Confirms(const Settings* settings, const char* answer)
+{
+    unsigned char own[DIGEST_SIZE];
+    unsigned char* digest = NULL;
+    void* document;
+    int size = 0, stored = 0, alike = 0;
+    if (JSON_Misc_InitJSON(answer, &document) != 0) {
+        ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_ERROR, HERE, "the collector's answer is not JSON");
+        return 0;
+    }
+    JSON_Misc_GetInt(document, "stored", &stored);
+    JSON_Misc_GetHexData(document, "md5", &digest, &size);
+    if (!ZKQGeneral_DigestFile(settings->archive, own))
+        RecordFailure("cannot digest the cabinet");
+    else if (digest == NULL || size != DIGEST_SIZE || memcmp(digest, own, DIGEST_SIZE) != 0)
+        ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_ERROR, HERE, "the collector has something else");
+    else
+        alike = 1;
+    if (alike)
+        ZKQGeneral_RecordAppLogToFileEx2_V(logContext, ZKQ_LOG_INFO, HERE,
+                                           "the collector has stored %d bytes, with our digest", stored);
+    ZKQGeneral_FreeMallocBuffer(digest);
+    JSON_Misc_FiniJSON(document, NULL);
+    return alike;
+}
+
+static int Deliver(const Settings* settings)
+{
+    char* answer = Post(settings);
+    const int done = answer != NULL && Confirms(settings, answer);
+    NetWork_FreeBuffer(answer);
+    return done;
+}
+
 /* Shows what the log has grown by. */
 static void ShowLog(void)
 {
@@ -452,7 +513,7 @@ static int Run(Settings* settings)
             Pause(settings->interval);
     }
     if (done && settings->archive[0] != '\0')
-        done = PackFiles(settings, &watch);
+        done = PackFiles(settings, &watch) && (settings->collector[0] == '\0' || Deliver(settings));
     ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_INFO, HERE, done ? "done" : "given up");
     ShowLog();
     free(watch.files);

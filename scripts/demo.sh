@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds, and shows the library at its main job: the agent of examples/agent.c watches copies of real files of this
-# machine while they change, and shows its log as it grows. Ends by itself within seconds. Safe to run twice.
+# machine while they change, shows its log as it grows, and posts what it packed to a small server. Ends by itself within
+# seconds. Safe to run twice.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,16 +14,31 @@ build=$PWD/build/demo
 zkq=$build/tools/zkq/zkq
 work=$(mktemp -d)
 changes=
+collector=
 finish() {
-    if [ -n "$changes" ]; then kill "$changes" 2>/dev/null || true; fi
+    local id
+    for id in $changes $collector; do
+        kill "$id" 2>/dev/null || continue # it has ended
+        wait "$id" 2>/dev/null || true
+    done
     rm -rf "$work"
 }
 trap finish EXIT
 
-mkdir "$work/watched" "$work/log"
+mkdir "$work/watched" "$work/log" "$work/collected"
 for file in /etc/os-release /etc/passwd /etc/services /etc/protocols; do
     if [ -r "$file" ]; then cp -L "$file" "$work/watched/"; fi
 done
+
+echo "demo: a server that collects cabinets, on the loopback interface"
+python3 examples/collector.py "$work/collected" >"$work/url" &
+collector=$!
+for ((i = 0; i < 100; ++i)); do
+    if [ -s "$work/url" ]; then break; fi
+    kill -0 "$collector" # it has told why it ended
+    sleep 0.1
+done
+cat "$work/url"
 
 echo "demo: the agent's settings"
 "$zkq" ini set "$work/agent.ini" agent directory "$work/watched"
@@ -32,6 +48,8 @@ echo "demo: the agent's settings"
 "$zkq" ini set "$work/agent.ini" agent ignore ".tmp .swp"
 "$zkq" ini set "$work/agent.ini" agent head 48
 "$zkq" ini set "$work/agent.ini" agent archive "$work/watched.cab"
+"$zkq" ini set "$work/agent.ini" agent collector "$(cat "$work/url")"
+"$zkq" ini set "$work/agent.ini" agent state "$work/state.xml"
 cat "$work/agent.ini"
 "$zkq" log level --dir "$work/log" agent debug,info,warn,error
 
@@ -56,6 +74,12 @@ changes=
 echo "demo: the cabinet that it packed"
 "$zkq" cab list -l "$work/watched.cab"
 "$zkq" cab test "$work/watched.cab"
+
+echo "demo: the same cabinet where it was posted to, judged by md5sum"
+(cd "$work" && md5sum watched.cab | sed 's|watched.cab|collected/1.cab|' | md5sum --check)
+
+echo "demo: what the agent saw last, in the XML file that its next run reads"
+"$zkq" xml fmt "$work/state.xml"
 
 echo "demo: warnings and errors alone, from the log it left"
 grep -E '\]\[(Warn |Error)\]' "$work/log/agent.log"

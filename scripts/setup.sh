@@ -11,6 +11,7 @@ packages=(
     libcli11-dev                                         # the tool
     libgtest-dev binutils bsdutils util-linux git        # testing
     iproute2 iputils-ping
+    curl python3                                         # testing, at the other end of connections
 )
 bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev libssl-dev zip unzip python3

@@ -779,6 +779,19 @@ TEST_P(Retry, InterruptedAndShortCallsGoOn)
 INSTANTIATE_TEST_SUITE_P(Calls, Retry, testing::Values("open", "read", "write", "writev", "flock"),
                          [](const auto& row) { return row.param; });
 
+TEST(Ping, WithoutMemoryItSaysSoAndClosesItsSocket)
+{
+    if (!Network_PingHost("127.0.0.1", 56, 5, nullptr, nullptr))
+        GTEST_SKIP() << "no ping here: " << ZKQGeneral_GetGeneralErrorInfo();
+    support::MarkErrorText();
+    const int before = OpenDescriptors();
+    fault::Arm("malloc", 1, {ENOMEM, false});
+    EXPECT_FALSE(Network_PingHost("127.0.0.1", 56, 5, nullptr, nullptr));
+    EXPECT_TRUE(fault::Disarm());
+    EXPECT_STREQ(ZKQGeneral_GetGeneralErrorInfo(), strerror(ENOMEM));
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
 TEST(Copy, BlocksTakeOverWhereTheKernelDoesNotCopy)
 {
     const LogDir dir;

@@ -1,9 +1,18 @@
 #!/usr/bin/env bash
-# The agent of the examples sees what happens to copies of real files, and its dump is what od shows.
+# The agent of the examples sees what happens to copies of real files, its dump is what od shows, and what it posts arrives.
 set -euo pipefail
-agent=$1 zkq=$2
+agent=$1 zkq=$2 collector=$(dirname "$0")/../../examples/collector.py
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+servers=()
+finish() {
+    local id
+    for id in "${servers[@]}"; do
+        kill "$id" 2>/dev/null || continue # it has ended
+        wait "$id" 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap finish EXIT
 mkdir "$work/files" "$work/log"
 cp -L /etc/passwd "$work/files/changing"
 cp -L /etc/passwd "$work/files/going"
@@ -99,4 +108,74 @@ echo "<broken" >"$work/state.xml"
 run_again >"$work/fourth"
 grep -qF "cannot understand $work/state.xml" "$work/fourth" || { echo "agent: it took a broken state"; exit 1; }
 "$zkq" xml get "$work/state.xml" '/agent/file[name=changing]' --attribute size >"$work/size"
+# Its cabinet reaches a collector, which says so.
+if ! python3 -c 'import http.server' 2>/dev/null; then
+    echo "agent: it saw everything; no python3 here, so it has posted nothing"
+    exit 0
+fi
+# start_server PROGRAM ARGUMENT...: a server that prints the URL to post to, which is set for the agent
+start_server() {
+    local i
+    : >"$work/url"
+    "$@" >"$work/url" &
+    servers+=($!)
+    for ((i = 0; i < 500; ++i)); do
+        [ ! -s "$work/url" ] || break
+        sleep 0.02
+    done
+    "$zkq" ini set "$work/agent.ini" agent collector "$(cat "$work/url")"
+}
+mkdir "$work/collected"
+start_server python3 "$collector" "$work/collected"
+for run in 1 2; do
+    run_again >"$work/posted"
+    size=$(stat -c %s "$work/files.cab")
+    grep -qF "the collector has stored $size bytes, with our digest" "$work/posted" ||
+        { echo "agent: it never said that its cabinet was stored"; cat "$work/posted"; exit 1; }
+    [ "$(md5sum <"$work/files.cab")" = "$(md5sum <"$work/collected/$run.cab")" ] ||
+        { echo "agent: something else was stored"; exit 1; }
+done
+
+# refuses TEXT: the agent fails, and tells why
+refuses() {
+    local status=0
+    run_again >"$work/refused" || status=$?
+    if ! grep -qF "$1" "$work/refused" || ! grep -q "given up" "$work/refused" || [ "$status" != 1 ]; then
+        echo "agent: status $status, and it never said \"$1\""
+        cat "$work/refused"
+        exit 1
+    fi
+}
+cat >"$work/liar.py" <<'END'
+import http.server, sys
+class Liar(http.server.BaseHTTPRequestHandler):
+    def do_POST(self):
+        self.rfile.read(int(self.headers["Content-Length"]))
+        self.send_response(int(sys.argv[1]))
+        self.end_headers()
+        self.wfile.write(sys.argv[2].encode())
+    def log_message(self, *args):
+        pass
+server = http.server.HTTPServer(("127.0.0.1", 0), Liar)
+print("http://127.0.0.1:%d/" % server.server_port, flush=True)
+server.serve_forever()
+END
+lie() {
+    start_server python3 "$work/liar.py" "$@"
+}
+lie 200 '{"stored": 5, "md5": "900150983cd24fb0d6963f7d28e17f72"}'
+refuses "the collector has something else"
+lie 200 '{"stored": 5, "md5": "9001"}'
+refuses "the collector has something else"
+lie 200 '{"stored": 5}'
+refuses "the collector has something else"
+lie 200 'no JSON'
+refuses "the collector's answer is not JSON"
+lie 200 ''
+refuses "the collector has said nothing"
+lie 500 ''
+refuses "cannot post the cabinet: Bad message"
+kill "${servers[-1]}"
+wait "${servers[-1]}" 2>/dev/null || true
+refuses "cannot post the cabinet: Connection refused"
 echo "agent: it saw everything"

@@ -24,7 +24,7 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file packet b64 z cab xml json; do
+for group in ini log file packet b64 z cab xml json http net; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
@@ -32,6 +32,7 @@ for group in ini log file packet b64 z cab xml json; do
 done
 offers "$(from_help conv)" conv -
 offers "$(from_help md5)" md5 -
+offers "$(from_help ping)" ping -
 offers "$(from_help md5)" md5 --check -
 offers 'ini' i
 offers 'sections set' ini se
@@ -110,6 +111,20 @@ offers 'other.txt' xml copy other.txt /r o
 offers '' xml get --attribute ''
 offers 'other.txt' xml fmt -o o
 offers 'other.txt' xml fmt --output other.txt o
+
+# The network.
+offers 'logs' http get 127.0.0.1/x -o l
+offers '' http get ''
+offers '' http get --timeout ''
+offers 'text/plain text/xml' http post --type t
+offers '' http post --data ''
+offers 'localhost' ping l
+offers 'localhost' ping --count 2 l
+offers '' ping localhost ''
+offers '127.0.0.1' net serve --host 1
+offers '' net serve --port ''
+offers 'localhost' net connect l
+offers '' net connect localhost ''
 
 offers '' nothing ''
 offers '' nothing at all ''

@@ -3,8 +3,13 @@
 # shellcheck source-path=SCRIPTDIR source=support.sh
 source "$(dirname "$0")/support.sh"
 
-zkq() { # called by the examples
-    "$ZKQ" "$@"
+require_program python3
+start_server python3 "$ZKQ_SOURCE/tests/tool/http_server.py"
+
+zkq() { # called by the examples, whose server has another port here
+    local answer=0
+    { "$ZKQ" "${@//127.0.0.1:8080/127.0.0.1:$port}" 2>&1 1>&3 | sed "s/:$port/:8080/" >&2; } 3>&1 || answer=$?
+    return "$answer"
 }
 
 # Times and random names differ from run to run.

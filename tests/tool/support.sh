@@ -5,7 +5,18 @@ set -euo pipefail
 # Log directories have at most 95 bytes, and the build tree may be deep.
 if [ ${#TEST_TMP} -gt 60 ]; then TEST_TMP=/tmp; fi
 work=$(mktemp -d "$TEST_TMP/test.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+servers=()
+
+# The servers that a script has started end with it.
+finish() {
+    local id
+    for id in "${servers[@]}"; do
+        kill "$id" 2>/dev/null || continue # it has ended
+        wait "$id" 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap finish EXIT
 cd "$work"
 
 status=0
@@ -76,6 +87,25 @@ wait_until() {
         sleep 0.02
     done
     fail "waited in vain for: $*"
+}
+
+# Starts a server that prints "port" and its number; leaves that in "port" and the id of the process in "server".
+start_server() {
+    : >server.out
+    "$@" >server.out 2>server.err </dev/null &
+    server=$!
+    servers+=("$server")
+    wait_until grep -q 'port [0-9]' server.out
+    port=$(grep -om 1 'port [0-9]*' server.out)
+    port=${port#port }
+}
+
+# Whether the machine has what judges the tool here.
+require_program() {
+    command -v "$1" >/dev/null || {
+        echo "no $1 here: not tested"
+        exit 77
+    }
 }
 
 # Whether the system has terminals to give.

@@ -15,3 +15,6 @@ void AddZCommands(CLI::App& app);
 void AddCabCommands(CLI::App& app);
 void AddXmlCommands(CLI::App& app);
 void AddJsonCommands(CLI::App& app);
+void AddHttpCommands(CLI::App& app);
+void AddPingCommand(CLI::App& app);
+void AddNetCommands(CLI::App& app);

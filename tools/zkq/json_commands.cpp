@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+#include "columns.h"
 #include "commands.h"
 #include "failure.h"
 #include "input.h"
@@ -208,30 +209,6 @@ void Format(const Names& names)
 }
 
 // Arrays
-
-using Row = std::vector<std::string>;
-
-/// The columns that a text takes in UTF-8, near enough.
-size_t Width(const std::string& text)
-{
-    return static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-void PrintTable(const std::vector<Row>& rows)
-{
-    constexpr size_t kWidest = 40; // what is wider stands out of its column
-    std::vector<size_t> widths(rows[0].size());
-    for (const Row& row : rows)
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], std::min(Width(row[i]), kWidest));
-    for (const Row& row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); ++i)
-            line += row[i] + std::string(widths[i] - std::min(widths[i], Width(row[i])) + 2, ' ');
-        PrintLine(line.substr(0, line.find_last_not_of(' ') + 1));
-    }
-}
 
 void PrintRecords(const std::vector<std::string_view>& records)
 {

@@ -31,6 +31,9 @@ void AddCommands(CLI::App& app)
     AddCabCommands(app);
     AddXmlCommands(app);
     AddJsonCommands(app);
+    AddHttpCommands(app);
+    AddPingCommand(app);
+    AddNetCommands(app);
     UnguardOptions(app);
 }
 
@@ -83,7 +86,7 @@ int main(int argc, char** argv)
     setlocale(LC_ALL, "");
     signal(SIGPIPE, SIG_DFL); // the library ignores it; "zkq ... | head" ends as quietly as it always has
     try {
-        CLI::App app("Profile files, logs, files, archives, XML and JSON, handled as libZKQ_general handles them.",
+        CLI::App app("Profile files, logs, files, archives, XML, JSON and networks, as libZKQ_general handles them.",
                      "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));

@@ -50,6 +50,7 @@ _zkq_read_words() {
                 ;;
             --default | --project | --level | --lines | -n | --from | --to | --columns | --attribute) ((++i)) ;;
             --output | -o | -d) ((++i)) ;;
+            --data | --type | --timeout | --count | --size | --host | --port) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -83,6 +84,11 @@ _zkq_options() {
         'json get') _zkq_offer_words --hex --base64 --help ;;
         'json set') _zkq_offer_words --int --hex --base64 --force --help ;;
         'json fmt') _zkq_offer_words --output --force --help ;;
+        'http get') _zkq_offer_words --output --type --timeout --help ;;
+        'http post') _zkq_offer_words --output --data --type --timeout --help ;;
+        ping) _zkq_offer_words --count --size --timeout --help ;;
+        'net serve') _zkq_offer_words --host --port --count --help ;;
+        'net connect') _zkq_offer_words --timeout --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
@@ -104,6 +110,7 @@ _zkq_positional() {
         'log level 1') _zkq_offer_words off all debug info warn error ;;
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
         'z '*' 0' | 'json '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
+        'ping 0' | 'net connect 0') _zkq_offer_words 127.0.0.1 localhost ;;
         'cab extract '*) _zkq_offer_listed cab list -- "${positionals[0]}" ;;
     esac
 }
@@ -118,6 +125,9 @@ _zkq_command() {
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
         --default | --project | --lines | -n | --columns | --attribute) ;;
+        --data | --timeout | --count | --size | --port) ;;
+        --type) _zkq_offer_words application/json application/octet-stream text/plain text/xml ;;
+        --host) _zkq_offer_words 127.0.0.1 localhost ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -131,7 +141,7 @@ _zkq_command() {
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json http ping net --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
@@ -143,12 +153,14 @@ _zkq() {
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
                 json) _zkq_offer_words get set fmt array --help ;;
-                conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
+                http) _zkq_offer_words get post --help ;;
+                net) _zkq_offer_words addr serve connect --help ;;
+                conv | md5 | ping) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
         *)
             case ${COMP_WORDS[1]} in
-                conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+                conv | md5 | ping) _zkq_command "${COMP_WORDS[1]}" 2 ;;
                 *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3 ;;
             esac
             ;;

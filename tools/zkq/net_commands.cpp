@@ -1,0 +1,113 @@
+// zkq net: the network of this machine, and connections to try it with.
+#include <ZKQ_general/ping.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <limits>
+#include <memory>
+
+#include "arguments.h"
+#include "columns.h"
+#include "commands.h"
+#include "failure.h"
+#include "net_echo.h"
+#include "output.h"
+
+namespace {
+
+constexpr int kHighestPort = 65535;
+constexpr int kLongestTimeout = 24 * 60 * 60;
+constexpr size_t kTextSize = 64; // more than any address or device name takes
+constexpr const char* kNone = "-";
+
+/// A device's addresses; what it has not is a "-".
+Row RowOf(const char* device)
+{
+    char ip[kTextSize] = "";
+    char mask[kTextSize] = "";
+    char ipv6[kTextSize] = "";
+    char mac[kTextSize] = "";
+    const bool has_mac = Network_GetInfo_if(device, nullptr, nullptr, nullptr, mac);
+    const bool has_ip = Network_GetInfo_if(device, ip, nullptr, nullptr, nullptr);
+    const bool has_mask = has_ip && Network_GetInfo_if(device, nullptr, mask, nullptr, nullptr);
+    const bool has_ipv6 = Network_GetInfo_if(device, nullptr, nullptr, ipv6, nullptr);
+    return {device, has_mac ? mac : kNone, has_ip ? ip : kNone, has_mask ? mask : kNone, has_ipv6 ? ipv6 : kNone};
+}
+
+/// The addresses that the host's own name resolves to.
+std::string HostAddresses()
+{
+    std::string list;
+    char text[kTextSize] = "";
+    for (int i = 0, count = GetIPAddressCount(); i < count; ++i)
+        if (GetIPAddress(i, text) == 0)
+            list += std::string(" ") + text;
+    for (int i = 0, count = Network_GetIPAddressCount_V6(); i < count; ++i)
+        if (Network_GetIPAddress_V6(i, text))
+            list += std::string(" ") + text;
+    return list.empty() ? std::string(" ") + kNone : list;
+}
+
+void ShowAddresses()
+{
+    std::vector<Row> rows = {{"DEVICE", "MAC", "IPV4", "MASK", "IPV6"}};
+    char device[kTextSize] = "";
+    for (int i = 0; Network_GetDevName(i, device); ++i)
+        rows.push_back(RowOf(device));
+    PrintTable(rows);
+    char name[HOST_NAME_MAX + 1] = "";
+    gethostname(name, sizeof name);
+    PrintLine(std::string("host ") + name + ":" + HostAddresses());
+}
+
+void AddAddr(CLI::App& net)
+{
+    CLI::App* command = net.add_subcommand("addr", "Show the addresses of this machine");
+    AddExamples(command, {"zkq net addr"});
+    command->callback(ShowAddresses);
+}
+
+void AddServe(CLI::App& net)
+{
+    const auto options = std::make_shared<ServeOptions>();
+    CLI::App* command = net.add_subcommand("serve", "Send back to everybody what they send");
+    command->add_option("--host", options->host, "The own address to listen on, \"\" for all IPv4 ones (127.0.0.1)")
+        ->type_name("HOST");
+    command->add_option("--port", options->port, "The port; 0 for one that is free, which is printed")
+        ->required()
+        ->type_name("PORT")
+        ->check(CLI::Range(0, kHighestPort).description(""));
+    command->add_option("--count", options->count, "End after so many connections; 0 for never (0)")
+        ->type_name("N")
+        ->check(CLI::Range(0L, std::numeric_limits<long>::max()).description(""));
+    AddExamples(command, {"zkq net serve --port 7007", "zkq net serve --host ::1 --port 0 --count 1"});
+    command->callback([options] { ServeEcho(*options); });
+}
+
+void AddConnect(CLI::App& net)
+{
+    const auto options = std::make_shared<ConnectOptions>();
+    CLI::App* command = net.add_subcommand("connect", "Send standard input to a server and print what comes back");
+    command->add_option("HOST", options->host, "A name, or an IPv4 or IPv6 address")->required()->type_name("");
+    command->add_option("PORT", options->port, "The port")
+        ->required()
+        ->type_name("")
+        ->check(CLI::Range(1, kHighestPort).description(""));
+    command->add_option("--timeout", options->timeout, "How long to wait for the connection, 0 without limit (20)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, kLongestTimeout).description(""));
+    AddExamples(command,
+                {"echo hello | zkq net connect 127.0.0.1 7007", "zkq net connect ::1 7007 < request > answer"});
+    command->callback([options] { ConnectTo(*options); });
+}
+
+} // namespace
+
+void AddNetCommands(CLI::App& app)
+{
+    CLI::App* net = app.add_subcommand("net", "Show the network of this machine, and try connections");
+    net->require_subcommand(1);
+    AddAddr(*net);
+    AddServe(*net);
+    AddConnect(*net);
+}
