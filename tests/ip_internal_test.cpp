@@ -173,9 +173,9 @@ TEST(NetlinkDump, EveryReplyHasItsText)
 TEST(NetlinkDump, OnlyItsOwnMessagesAreFiltered)
 {
     Calls calls;
-    EXPECT_EQ(Dump(Reply().Add(16).Add(17, "abc", kDump + 1).Add(18, "", kDump, 0, kPort + 1).Add(19, "x").Add(20),
-                   &calls),
-              Walk::kMore);
+    EXPECT_EQ(
+        Dump(Reply().Add(16).Add(17, "abc", kDump + 1).Add(18, "", kDump, 0, kPort + 1).Add(19, "x").Add(20), &calls),
+        Walk::kMore);
     EXPECT_EQ(calls.filtered, "16 19 20 ");
     EXPECT_EQ(calls.junked, "17 18 ");
     calls = {};
@@ -396,7 +396,7 @@ TEST(NetlinkAttributes, DoNotGrowBeyondTheBound)
     parse_rtattr(table, 9, message.room, sizeof message.room);
     ASSERT_TRUE(table[7] != nullptr && table[8] != nullptr && table[9] != nullptr && table[0] == nullptr);
     EXPECT_EQ(RTA_PAYLOAD(table[8]), 5u);
-    EXPECT_EQ(memcmp(RTA_DATA(table[8]), "abcde", 5), 0);
+    EXPECT_EQ(memcmp(AttributeData(table[8]), "abcde", 5), 0);
     parse_rtattr(table, 8, message.room, sizeof message.room - 1);
     EXPECT_NE(table[8], nullptr) << "a type beyond the last is left out";
     parse_rtattr(table, 9, message.room, sizeof message.room - 1);
@@ -420,7 +420,8 @@ TEST(NetlinkAttributes, OddLengthsEndThem)
 
 // --- Messages about addresses
 
-std::string AddressMessage(unsigned interface, int family, const std::vector<std::pair<uint16_t, std::string>>& attributes)
+std::string AddressMessage(unsigned interface, int family,
+                           const std::vector<std::pair<uint16_t, std::string>>& attributes)
 {
     ifaddrmsg about = {};
     about.ifa_family = static_cast<unsigned char>(family);
@@ -477,7 +478,8 @@ TEST(NetlinkAddresses, LocalAndPeerStandInForEachOther)
 TEST(NetlinkAddresses, AShortMessageIsToldAbout)
 {
     MessageList list;
-    Store(&list, Reply().Add(RTM_NEWADDR, AddressMessage(5, AF_INET, {{IFA_LOCAL, "192.0.2.1"}})).Add(RTM_NEWADDR, "1234567"));
+    Store(&list,
+          Reply().Add(RTM_NEWADDR, AddressMessage(5, AF_INET, {{IFA_LOCAL, "192.0.2.1"}})).Add(RTM_NEWADDR, "1234567"));
     EXPECT_EQ(AddressAt(list, 0), "192.0.2.1") << "found before";
     char text[INET6_ADDRSTRLEN] = "";
     EXPECT_EQ(FindAddress(list, 5, AF_INET, 1, text), -1);
@@ -509,10 +511,11 @@ TEST(NetlinkPrefix, WordsAndLengths)
         int bytelen;
         int bitlen;
     } rows[] = {
-        {"default", AF_INET, 4, 0},       {"all", AF_INET, 4, 0},     {"any", AF_INET6, 16, 0},
-        {"192.0.2.1", AF_INET, 4, 32},    {"192.0.2.1/0", AF_INET, 4, 0},
-        {"192.0.2.1/24", AF_INET, 4, 24}, {"192.0.2.1/32", AF_UNSPEC, 4, 32},
-        {"2001:db8::/32", AF_INET6, 16, 32}, {"::1", AF_UNSPEC, 16, 128},
+        {"default", AF_INET, 4, 0},         {"all", AF_INET, 4, 0},
+        {"any", AF_INET6, 16, 0},           {"192.0.2.1", AF_INET, 4, 32},
+        {"192.0.2.1/0", AF_INET, 4, 0},     {"192.0.2.1/24", AF_INET, 4, 24},
+        {"192.0.2.1/32", AF_UNSPEC, 4, 32}, {"2001:db8::/32", AF_INET6, 16, 32},
+        {"::1", AF_UNSPEC, 16, 128},
     };
     for (const auto& row : rows) {
         inet_prefix prefix;

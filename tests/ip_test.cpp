@@ -48,7 +48,8 @@ std::string AddressAt(const char* device, int family, int index)
 /// All addresses as the program ip lists them.
 std::vector<std::string> AddressesByIp(const std::string& device, const std::string& family)
 {
-    std::istringstream output(Output("ip " + family + " -o addr show dev " + device + " | sed 's,.*inet6* ,,; s,[/ ].*,,'"));
+    std::istringstream output(
+        Output("ip " + family + " -o addr show dev " + device + " | sed 's,.*inet6* ,,; s,[/ ].*,,'"));
     std::vector<std::string> addresses;
     std::string address;
     while (output >> address)
@@ -123,9 +124,9 @@ TEST(IpAddress, UnknownDevices)
     RUN_IN_CHILD([] {
         EnterNetwork();
         AddCable("fifteen_bytes_x", "v1");
-        for (const std::string& text : {std::string("nobody"), std::string(), std::string("fifteen_bytes_xy"),
-                                        std::string("fifteen_bytes_"), std::string("../lo"), std::string("lo "),
-                                        std::string(5000, 'v')}) {
+        for (const std::string& text :
+             {std::string("nobody"), std::string(), std::string("fifteen_bytes_xy"), std::string("fifteen_bytes_"),
+              std::string("../lo"), std::string("lo "), std::string(5000, 'v')}) {
             const std::vector<char> name(text.c_str(), text.c_str() + text.size() + 1);
             char ip[46] = "unset";
             ExpectText("Device does not exist.", Network_GetIPAddress(name.data(), 0, ip, 0));

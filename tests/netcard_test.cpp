@@ -93,7 +93,8 @@ std::vector<std::string> CardNames()
     std::istringstream table(Output("sed -n '3,$s/:.*//p' /proc/net/dev"));
     std::string name;
     while (table >> name)
-        if (Shell("ip -d link show " + name + " | grep link/ether") && !Shell("ip -d link show " + name + " | grep 'bridge forward'"))
+        if (Shell("ip -d link show " + name + " | grep link/ether") &&
+            !Shell("ip -d link show " + name + " | grep 'bridge forward'"))
             names.push_back(name);
     return names;
 }
@@ -135,7 +136,9 @@ TEST(NetCard, RecordsAreThoseOfTheProgramIp)
             EXPECT_EQ(name, names[i]);
             EXPECT_EQ(cards[i].MAC, MacOf(name));
             const char* const ip = name == "v0" ? "192.0.2.1" : name == "fifteen_bytes_x" ? "10.255.0.17" : "0.0.0.0";
-            const char* const mask = name == "v0" ? "255.255.255.128" : name == "fifteen_bytes_x" ? "255.0.0.0" : "0.0.0.0";
+            const char* const mask = name == "v0"                ? "255.255.255.128"
+                                     : name == "fifteen_bytes_x" ? "255.0.0.0"
+                                                                 : "0.0.0.0";
             EXPECT_STREQ(cards[i].IP, ip) << name;
             EXPECT_STREQ(cards[i].Mask, mask) << name;
             char mac[15];
@@ -226,8 +229,8 @@ TEST(NetCard, OddTablesAreRead)
     RUN_IN_CHILD([&] {
         EnterNetwork();
         AddCable();
-        ReplaceTable(dir, kTableHeader + std::string("\n:\nno colon\n  ../v0: 1\n gone: 1\nsixteen_bytes_xy: 1\n") + std::string(5000, 'x') +
-                              "\nv0\n..: 1\nlo: 1\n\tv1: 1");
+        ReplaceTable(dir, kTableHeader + std::string("\n:\nno colon\n  ../v0: 1\n gone: 1\nsixteen_bytes_xy: 1\n") +
+                              std::string(5000, 'x') + "\nv0\n..: 1\nlo: 1\n\tv1: 1");
         const std::vector<NETCARDINFO> cards = Cards();
         ASSERT_EQ(cards.size(), 1);
         EXPECT_STREQ(cards[0].Name, "v1");
@@ -265,7 +268,8 @@ public:
     Changes()
         : thread_([this] {
               while (!isOver_)
-                  Shell("ip link add w0 type veth peer name w1; ip link add wb type bridge; ip link del w0; ip link del wb");
+                  Shell("ip link add w0 type veth peer name w1; ip link add wb type bridge; ip link del w0; ip link "
+                        "del wb");
           })
     {}
     ~Changes()
@@ -411,8 +415,9 @@ TEST(NetBridge, RecordsAreThoseOfTheProgramIp)
             const bool isLong = name == "fifteen_bytes_x";
             EXPECT_STREQ(bridge.IP, name == "br0" ? "10.0.0.1" : isLong ? "203.0.113.255" : "192.0.2.1");
             EXPECT_STREQ(bridge.Mask, name == "br0" ? "255.0.0.0" : isLong ? "255.255.255.255" : "255.255.255.128");
-            EXPECT_TRUE(std::all_of(std::end(bridge.DevList) - 14, std::end(bridge.DevList),
-                                    [](const char(&entry)[16]) { return std::string(entry, 16) == std::string(16, 0); }));
+            EXPECT_TRUE(
+                std::all_of(std::end(bridge.DevList) - 14, std::end(bridge.DevList),
+                            [](const char(&entry)[16]) { return std::string(entry, 16) == std::string(16, 0); }));
         }
     });
 }
@@ -529,7 +534,8 @@ TEST(NetCardNames, ThatWouldBeCutOrLeadElsewhereAreRefused)
         AddCable("fifteen_bytes_x", "v1");
         const std::string before = Output("ip link");
         const std::vector<std::string> names = {
-            "", "fifteen_bytes_xy", "fifteen_bytes_x/", "a/b", "/", "../net/v1", "..", ".", "v1/../v1", std::string(5000, 'v')};
+            "",  "fifteen_bytes_xy", "fifteen_bytes_x/",    "a/b", "/", "../net/v1", "..",
+            ".", "v1/../v1",         std::string(5000, 'v')};
         for (const std::string& text : names) {
             const std::vector<char> name(text.c_str(), text.c_str() + text.size() + 1); // on the heap, no byte more
             ExpectError(EINVAL, Network_DelBridge(name.data()));

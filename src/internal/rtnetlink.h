@@ -91,6 +91,10 @@ int store_nlmsg(const sockaddr_nl& who, const nlmsghdr* message, void* list);
 /// Append an attribute to a message that may grow to `room` bytes.
 int addattr32(nlmsghdr* message, size_t room, uint16_t type, uint32_t value);
 int addattr_l(nlmsghdr* message, size_t room, uint16_t type, const void* data, size_t size);
+inline const char* AttributeData(const rtattr* attribute)
+{
+    return reinterpret_cast<const char*>(attribute) + RTA_LENGTH(0);
+}
 /// Notes where each attribute of a type up to `max` is, null for those that are not there; of several the first counts.
 void parse_rtattr(const rtattr** table, uint16_t max, const char* attributes, size_t size);
 /// The index-th address of a family on an interface, as text in 46 bytes, from messages about addresses; empty if there

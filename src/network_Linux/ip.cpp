@@ -57,8 +57,7 @@ BOOL ChangeDefaultRoute(Netlink* netlink, unsigned device, RouteRequest* request
 {
     nlmsghdr* const header = &request->n;
     const bool isBuilt =
-        (gateway == nullptr ||
-         addattr_l(header, sizeof *request, RTA_GATEWAY, gateway->data, gateway->bytelen) == 0) &&
+        (gateway == nullptr || addattr_l(header, sizeof *request, RTA_GATEWAY, gateway->data, gateway->bytelen) == 0) &&
         addattr32(header, sizeof *request, RTA_OIF, device) == 0;
     return isBuilt && rtnl_talk(netlink->Get(), header) == 0 ? TRUE : FALSE;
 }

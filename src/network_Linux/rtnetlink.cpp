@@ -237,14 +237,15 @@ int ll_remember_index(const sockaddr_nl& /*who*/, const nlmsghdr* message, void*
     const char* const bytes = reinterpret_cast<const char*>(message);
     ifinfomsg link;
     memcpy(&link, Payload(message), sizeof link);
-    parse_rtattr(table, IFLA_IFNAME, bytes + kHeader, message->nlmsg_len - std::min<size_t>(kHeader, message->nlmsg_len));
+    parse_rtattr(table, IFLA_IFNAME, bytes + kHeader,
+                 message->nlmsg_len - std::min<size_t>(kHeader, message->nlmsg_len));
     const rtattr* const name = table[IFLA_IFNAME];
     if (name == nullptr)
         return 0;
-    const size_t size = strnlen(static_cast<const char*>(RTA_DATA(name)), RTA_PAYLOAD(name));
+    const size_t size = strnlen(AttributeData(name), RTA_PAYLOAD(name));
     if (size >= IFNAMSIZ)
         return 0;
-    const std::string_view text(static_cast<const char*>(RTA_DATA(name)), size);
+    const std::string_view text(AttributeData(name), size);
     return AddLink(static_cast<LinkMap*>(map), static_cast<unsigned>(link.ifi_index), text) ? 0 : -1;
 }
 
@@ -350,9 +351,7 @@ int rtnl_talk(rtnl_handle* rth, nlmsghdr* request, rtnl_filter_t junk, void* jun
     if (!Send(*rth, request, request->nlmsg_len))
         return FailWith("Cannot talk to rtnetlink");
     const NetlinkHandlers handlers = {nullptr, nullptr, junk, junkArgument};
-    return ReceiveAll(*rth, [&](const NetlinkDatagram& datagram) {
-        return WalkAnswer(*rth, datagram, handlers);
-    });
+    return ReceiveAll(*rth, [&](const NetlinkDatagram& datagram) { return WalkAnswer(*rth, datagram, handlers); });
 }
 
 MessageList::~MessageList()
@@ -440,13 +439,12 @@ int FindAddress(const MessageList& messages, int interfaceIndex, int family, int
         if (about->ifa_index != static_cast<unsigned>(interfaceIndex) || about->ifa_family != family)
             continue;
         const rtattr* table[IFA_LOCAL + 1];
-        parse_rtattr(table, IFA_LOCAL, reinterpret_cast<const char*>(message) + kHeader,
-                     message->nlmsg_len - kHeader);
+        parse_rtattr(table, IFA_LOCAL, reinterpret_cast<const char*>(message) + kHeader, message->nlmsg_len - kHeader);
         const rtattr* const local = table[IFA_LOCAL] != nullptr ? table[IFA_LOCAL] : table[IFA_ADDRESS];
         if (local == nullptr || RTA_PAYLOAD(local) < LengthOf(family))
             continue;
         if (found++ == index) {
-            inet_ntop(family, RTA_DATA(local), text, INET6_ADDRSTRLEN);
+            inet_ntop(family, AttributeData(local), text, INET6_ADDRSTRLEN);
             return 0;
         }
     }

@@ -18,3 +18,5 @@ void AddJsonCommands(CLI::App& app);
 void AddHttpCommands(CLI::App& app);
 void AddPingCommand(CLI::App& app);
 void AddNetCommands(CLI::App& app);
+/// The commands of the group net about how devices are set up.
+void AddNetConfigCommands(CLI::App& net);
