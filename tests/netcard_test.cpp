@@ -318,7 +318,8 @@ std::vector<BRIDGEINFO> Bridges()
     int count = -1;
     EXPECT_TRUE(Network_GetBridgeInfo(nullptr, &count)) << ErrorText();
     std::vector<BRIDGEINFO> bridges(static_cast<size_t>(std::max(count, 0)));
-    memset(bridges.data(), 0x5A, bridges.size() * sizeof(BRIDGEINFO));
+    for (BRIDGEINFO& bridge : bridges)
+        memset(&bridge, 0x5A, sizeof bridge);
     int filled = -1;
     EXPECT_TRUE(Network_GetBridgeInfo(bridges.data(), &filled)) << ErrorText();
     EXPECT_EQ(filled, count);

@@ -21,6 +21,7 @@ namespace {
 constexpr char kLogName[] = "network_Linux/netcard.c";
 constexpr char kDeviceTable[] = "/proc/net/dev";
 constexpr size_t kMacLength = 6;
+constexpr size_t kMacTextSize = sizeof "0242-AC11-0002";
 
 /// What there is to know of one interface.
 struct interface {
@@ -60,7 +61,7 @@ private:
     size_t room_ = 0;
 };
 
-/// Leaves errno as the failure's, for the record is not what the caller asks about.
+/// Records a failure; returns its errno value, which the recording may change.
 int LogFailure(const char* text, int error)
 {
     General_LibraryLog(ZKQ_LOG_ERROR, text, kLogName);
@@ -118,7 +119,7 @@ int ForEachCard(Use use)
 void MacText(const interface& card, char* text)
 {
     const unsigned char* const mac = card.hwaddr;
-    sprintf(text, "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    snprintf(text, kMacTextSize, "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
 }
 
 int GetMac(int wanted, char* text)

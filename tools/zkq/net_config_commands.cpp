@@ -127,9 +127,8 @@ void AddBridge(CLI::App& net)
     const auto options = std::make_shared<Options>();
     CLI::App* del = AddDeviceCommand(*bridge, "del", "Delete a bridge, which must be down", &options->name);
     AddExamples(del, {"zkq net down br0 && zkq net bridge del br0"});
-    del->callback([options] {
-        Require(Network_DelBridge(options->name.c_str()), "cannot delete the bridge " + options->name);
-    });
+    del->callback(
+        [options] { Require(Network_DelBridge(options->name.c_str()), "cannot delete the bridge " + options->name); });
 
     CLI::App* stp = AddDeviceCommand(*bridge, "stp", "Switch a bridge's spanning tree", &options->name);
     stp->add_option("STATE", options->state, "on or off")
@@ -139,7 +138,8 @@ void AddBridge(CLI::App& net)
     AddExamples(stp, {"zkq net bridge stp br0 on"});
     stp->callback([options] {
         const int isOn = options->state == "on" ? 1 : 0;
-        Require(Network_SetBridgeStp(options->name.c_str(), isOn), "cannot switch the spanning tree of " + options->name);
+        Require(Network_SetBridgeStp(options->name.c_str(), isOn),
+                "cannot switch the spanning tree of " + options->name);
     });
 }
 
