@@ -17,6 +17,7 @@ bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev libssl-dev zip unzip python3
     libpugixml-dev libxml2-dev shared-mime-info iso-codes
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
+    libmnl-dev
 )
 checks=(clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 

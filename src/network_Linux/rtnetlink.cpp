@@ -299,14 +299,20 @@ int rtnl_wilddump_request(rtnl_handle* rth, int family, uint16_t type)
 {
     struct {
         nlmsghdr n;
-        rtgenmsg g;
+        ifinfomsg i; // of which other kinds have the family alone
+        char attributes[RTA_SPACE(sizeof(uint32_t))];
     } request = {};
-    request.n.nlmsg_len = sizeof request;
+    request.n.nlmsg_len = NLMSG_LENGTH(sizeof(rtgenmsg));
     request.n.nlmsg_type = type;
     request.n.nlmsg_flags = NLM_F_DUMP | NLM_F_REQUEST;
     request.n.nlmsg_seq = rth->dump = ++rth->seq;
-    request.g.rtgen_family = static_cast<unsigned char>(family);
-    return Send(*rth, &request, sizeof request) ? 0 : FailWithNumber(errno);
+    request.i.ifi_family = static_cast<unsigned char>(family);
+    if (type == RTM_GETLINK) { // whose counters are half of the work, and nobody wants them
+        request.n.nlmsg_len = NLMSG_LENGTH(sizeof request.i);
+        if (addattr32(&request.n, sizeof request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS) != 0)
+            return -1;
+    }
+    return Send(*rth, &request, request.n.nlmsg_len) ? 0 : FailWithNumber(errno);
 }
 
 Walk WalkDump(const rtnl_handle& rth, const NetlinkDatagram& datagram, const NetlinkHandlers& handlers)

@@ -150,8 +150,7 @@ void CheckReply(const std::string& bytes, const Kind& kind)
     Told told = {copy.Get(), kind, {}, {}, {}};
     const NetlinkHandlers handlers = {Filter, &told, Junk, &told};
     GeneralMisc_SetErrorString("");
-    const Walk result =
-        kind.isDump ? WalkDump(handle, datagram, handlers) : WalkAnswer(handle, datagram, handlers);
+    const Walk result = kind.isDump ? WalkDump(handle, datagram, handlers) : WalkAnswer(handle, datagram, handlers);
     const Outcome expected = ModelOf(bytes, kind);
     REQUIRE(result == expected.result);
     REQUIRE(expected.text.empty() || expected.text == g_General_ErrorInfo);
