@@ -72,8 +72,7 @@ void ForEachAttribute(const nlmsghdr* message, std::size_t header, Use use)
 {
     const auto* attribute = static_cast<const nlattr*>(mnl_nlmsg_get_payload_offset(message, header));
     const auto* const tail = static_cast<const char*>(mnl_nlmsg_get_payload_tail(message));
-    while (mnl_attr_ok(attribute, static_cast<int>(tail - reinterpret_cast<const char*>(attribute))) &&
-           use(attribute))
+    while (mnl_attr_ok(attribute, static_cast<int>(tail - reinterpret_cast<const char*>(attribute))) && use(attribute))
         attribute = mnl_attr_next(attribute);
 }
 
@@ -122,8 +121,8 @@ bool Dump(mnl_socket* socket, unsigned short type, int family, mnl_cb_t take, Se
         const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
         if (size <= 0)
             return false;
-        result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), sequence, mnl_socket_get_portid(socket), take,
-                            search);
+        result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), sequence, mnl_socket_get_portid(socket),
+                            take, search);
     }
     return result == MNL_CB_STOP;
 }

@@ -7,6 +7,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -55,6 +56,14 @@ const std::vector<std::string>& fault::Functions()
         "fdopendir", "flock",    "readlink",     "close",     "fcntl",        "fchmod",  "unlink",
         "statx",     "readdir",  "lseek",        "opendir",   "pread",        "pwrite",  "reallocarray",
         "mkdirat",   "futimens", "deflateInit_", "deflate",   "inflateInit_", "inflate", "iconv_open"};
+    return functions;
+}
+
+const std::vector<std::string>& fault::NetworkFunctions()
+{
+    static const std::vector<std::string> functions = {"socket",       "bind",    "getsockname", "setsockopt", "sendto",
+                                                       "recvmsg",      "ioctl",   "malloc",      "realloc",    "calloc",
+                                                       "reallocarray", "opendir", "readdir",     "open"};
     return functions;
 }
 
@@ -126,6 +135,17 @@ WRAP(int, -1, statx, (int fd, const char* path, int flags, unsigned mask, struct
      (fd, path, flags, mask, status))
 WRAP(iconv_t, reinterpret_cast<iconv_t>(-1), iconv_open, (const char* to, const char* from), (to, from))
 WRAP(size_t, 0, fwrite, (const void* data, size_t size, size_t count, FILE* file), (data, size, count, file))
+
+WRAP(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
+WRAP(int, -1, bind, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))
+WRAP(int, -1, getsockname, (int fd, sockaddr* address, socklen_t* size), (fd, address, size))
+WRAP(int, -1, setsockopt, (int fd, int level, int name, const void* value, socklen_t size),
+     (fd, level, name, value, size))
+WRAP(ssize_t, -1, sendto,
+     (int fd, const void* data, size_t size, int flags, const sockaddr* address, socklen_t addressSize),
+     (fd, data, size, flags, address, addressSize))
+WRAP(ssize_t, -1, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
+WRAP(int, -1, ioctl, (int fd, unsigned long request, void* argument), (fd, request, argument))
 
 WRAP(void*, nullptr, reallocarray, (void* block, size_t count, size_t size), (block, count, size))
 WRAP(DIR*, nullptr, opendir, (const char* path), (path))
