@@ -2,9 +2,7 @@
 #include <ZKQ_general/ip.h>
 #include <arpa/inet.h>
 #include <limits.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 
 #include <sstream>
 #include <thread>
@@ -14,6 +12,7 @@
 #include "support/error_text.h"
 #include "support/heap.h"
 #include "support/network_namespace.h"
+#include "support/signals.h"
 
 namespace {
 
@@ -330,31 +329,12 @@ TEST(IpAddress, WithoutDescriptors)
     });
 }
 
-/// While it lives, signals come every 200 microseconds.
-class Signals {
-public:
-    Signals()
-    {
-        struct sigaction action = {};
-        action.sa_handler = [](int) {};
-        EXPECT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
-        const itimerval often = {{0, 200}, {0, 200}};
-        EXPECT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
-    }
-    ~Signals()
-    {
-        const itimerval never = {};
-        setitimer(ITIMER_REAL, &never, nullptr);
-        alarm(support::kChildSeconds);
-    }
-};
-
 TEST(IpAddress, SignalsDoNoHarm)
 {
     RUN_IN_CHILD([] {
         EnterNetwork();
         AddHost();
-        const Signals signals;
+        const support::Signals signals;
         for (int i = 0; i < 300; ++i) {
             EXPECT_EQ(AddressAt("v0", 0, 0), "192.0.2.1");
             EXPECT_TRUE(Network_SetDefaultGateway("v0", 0, "192.0.2.2")) << ErrorText();

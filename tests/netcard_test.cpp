@@ -13,6 +13,7 @@
 
 #include "support/error_text.h"
 #include "support/network_namespace.h"
+#include "support/signals.h"
 
 namespace {
 
@@ -665,6 +666,26 @@ TEST(NetCard, SuccessLeavesTheErrorText)
         Bridges();
         EXPECT_TRUE(Network_SetDevAddress("v0", "192.0.2.1", "255.255.255.0"));
         EXPECT_TRUE(support::ErrorTextIsMarked());
+    });
+}
+
+TEST(NetCard, SignalsDoNoHarm)
+{
+    RUN_IN_CHILD([] {
+        EnterNetwork();
+        AddCable();
+        const support::Signals signals;
+        const BRIDGEINFO info = Bridge("br0", {"v0"});
+        for (int i = 0; i < 100; ++i) {
+            EXPECT_TRUE(Network_AddBridge(&info)) << ErrorText();
+            EXPECT_TRUE(Network_SetBridgeStp("br0", i % 2)) << ErrorText();
+            EXPECT_TRUE(Network_SetDevAddress("br0", "192.0.2.1", "255.255.255.0")) << ErrorText();
+            EXPECT_TRUE(Network_StartStopNetworkDevice("br0", 1)) << ErrorText();
+            EXPECT_EQ(Bridges().size(), 1);
+            EXPECT_EQ(Cards().size(), 2);
+            EXPECT_TRUE(Network_StartStopNetworkDevice("br0", 0)) << ErrorText();
+            EXPECT_TRUE(Network_DelBridge("br0")) << ErrorText();
+        }
     });
 }
 

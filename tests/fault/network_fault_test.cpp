@@ -156,8 +156,9 @@ TEST(NetworkFaults, TheSystemsReasonsAreTold)
         int call;
         std::string text;
     } rows[] = {
-        {"socket", 1, strerror(ENFILE)},       {"setsockopt", 2, strerror(ENFILE)}, {"bind", 1, strerror(ENFILE)},
-        {"getsockname", 1, strerror(ENFILE)},  {"sendto", 1, strerror(ENFILE)},     {"sendto", 2, strerror(ENFILE)},
+        {"socket", 1, strerror(ENFILE)}, {"setsockopt", 2, strerror(ENFILE)},
+        {"bind", 1, strerror(ENFILE)},   {"getsockname", 1, strerror(ENFILE)},
+        {"sendto", 1, strerror(ENFILE)}, {"sendto", 2, strerror(ENFILE)},
         {"recvmsg", 1, "OVERRUN"},
     };
     for (const auto& row : rows) {
