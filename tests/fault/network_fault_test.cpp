@@ -7,7 +7,9 @@
 #include <functional>
 #include <memory>
 
+#include "../../src/internal/log.h"
 #include "../support/error_text.h"
+#include "../support/log_context.h"
 #include "../support/network_namespace.h"
 #include "fault.h"
 
@@ -181,6 +183,46 @@ TEST(NetworkFaults, TheSystemsReasonsAreTold)
     EXPECT_FALSE(Network_GetNetCardNumber(&count));
     EXPECT_TRUE(fault::Disarm());
     EXPECT_SYSTEM_ERROR(ENOMEM);
+}
+
+TEST(NetworkFaults, AreRecordedInTheLibrarysLog)
+{
+    const support::LogDir dir;
+    support::AppInfo info(dir);
+    info.bAlwaysLog = ZKQ_LOG_ALL;
+    const support::LogContext context(info);
+    LOGCTX* const saved = std::exchange(g_General_LogCtx, static_cast<LOGCTX*>(context.Get()));
+    long count = 0;
+    BRIDGEINFO bridge = {};
+    strcpy(bridge.Name, "br0");
+    const std::function<BOOL()> calls[] = {
+        [&] { return Network_GetNetCardNumber(&count); },
+        [&] { return Network_AddBridge(&bridge); },
+        [] { return Network_DelBridge("br0"); },
+        [] { return Network_StartStopNetworkDevice("br0", 1); },
+        [] { return Network_SetDevAddress("br0", "192.0.2.1", "255.255.255.0"); },
+    };
+    const auto records = [&](const std::string& text) {
+        const std::string log = support::ReadFile(dir.OwnLog());
+        const std::string wanted = "[Error] " + text + " - netcard.c,";
+        size_t found = 0;
+        for (size_t at = log.find(wanted); at != std::string::npos; at = log.find(wanted, at + 1))
+            ++found;
+        return found;
+    };
+    size_t number = 0;
+    for (const auto& call : calls) {
+        fault::Arm("socket", 1, {EMFILE, false});
+        EXPECT_FALSE(call());
+        EXPECT_TRUE(fault::Disarm());
+        EXPECT_SYSTEM_ERROR(EMFILE);
+        EXPECT_EQ(records("create socket failed"), ++number);
+    }
+    fault::Arm("reallocarray", 1, {ENOMEM, false});
+    EXPECT_FALSE(Network_GetNetCardNumber(&count));
+    EXPECT_TRUE(fault::Disarm());
+    EXPECT_EQ(records("malloc buffer failed"), 1);
+    g_General_LogCtx = saved;
 }
 
 } // namespace
