@@ -15,11 +15,13 @@
 #include <ZKQ_general/http.h>
 #include <ZKQ_general/iconv.h>
 #include <ZKQ_general/inifile.h>
+#include <ZKQ_general/ip.h>
 #include <ZKQ_general/json.h>
 #include <ZKQ_general/log.h>
 #include <ZKQ_general/md5.h>
 #include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/mycab.h>
+#include <ZKQ_general/netcard.h>
 #include <ZKQ_general/ping.h>
 #include <ZKQ_general/socket.h>
 #include <ZKQ_general/string.h>

@@ -57,6 +57,10 @@ def rows():
         yield (f"profile, write a key into {title}", f"inifile/write/ours/{size}", "2 memcpy + our read",
                [(2, f"inifile/write/memcpy/{size}"), (1, f"inifile/read/ours/{size}")], 1.0)
 
+    yield ("the last of 1,000 addresses, 1,000 interfaces", "netcard/address/ours", "libmnl",
+           [(1, "netcard/address/libmnl")], NO_SLOWER)
+    yield ("list 1,000 network cards", "netcard/cards/ours", "getifaddrs", [(1, "netcard/cards/getifaddrs")], None)
+
     for size, title in FILES.items():
         yield (f"copy a file of {title}", f"file/copy/ours/{size}", "read/write loop",
                [(1, f"file/copy/loop/{size}")], NO_SLOWER)

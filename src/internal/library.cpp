@@ -24,6 +24,12 @@ __attribute__((constructor)) void InitLibrary()
     MakeLogContext(info, &g_General_LogCtx);
 }
 
+/// The name of one of the library's own sources without its extension; a name that was given stays as it is.
+std::string_view SourceName(std::string_view file)
+{
+    return file.ends_with(".cpp") || file.ends_with(".h") ? WithoutExtension(file) : file;
+}
+
 } // namespace
 
 void General_LibraryLog(int level, const char* text, const char* file, int line)
@@ -31,7 +37,7 @@ void General_LibraryLog(int level, const char* text, const char* file, int line)
     if (g_General_LogCtx == nullptr)
         return;
     char name[64];
-    TextBuilder(name).Add(WithoutExtension(BaseName(file)));
+    TextBuilder(name).Add(SourceName(BaseName(file)));
     ZKQGeneral_RecordLogInfoEx(g_General_LogCtx, level, name, line, text);
 }
 

@@ -126,7 +126,7 @@ void UnLockLog(LOGCTX* ctx);
 extern LOGCTX* g_General_LogCtx;        ///< the library's own context; null if it could not be made
 extern pthread_mutex_t g_General_Mutex; ///< the library's one lock
 
-/// Writes a diagnostic of the library's own, with the name of the source file (without extension) and the line of the
+/// Writes a diagnostic of the library's own, with the name of the source file (without .cpp or .h) and the line of the
 /// caller. The text is in GBK.
 void General_LibraryLog(int level, const char* text, const char* file = __builtin_FILE(), int line = __builtin_LINE());
 

@@ -112,7 +112,17 @@ const std::vector<std::string>& fault::Functions()
                                                        "gethostbyname_r",
                                                        "gethostbyaddr_r",
                                                        "getaddrinfo",
-                                                       "getnameinfo"};
+                                                       "getnameinfo",
+                                                       "recvmsg",
+                                                       "ioctl"};
+    return functions;
+}
+
+const std::vector<std::string>& fault::NetworkFunctions()
+{
+    static const std::vector<std::string> functions = {"socket",       "bind",    "getsockname", "setsockopt", "sendto",
+                                                       "recvmsg",      "ioctl",   "malloc",      "realloc",    "calloc",
+                                                       "reallocarray", "opendir", "readdir",     "open"};
     return functions;
 }
 
@@ -225,6 +235,8 @@ WRAP(int, EAI_AGAIN, getnameinfo,
      (const sockaddr* address, socklen_t length, char* name, socklen_t nameSize, char* service, socklen_t serviceSize,
       int flags),
      (address, length, name, nameSize, service, serviceSize, flags))
+WRAP(ssize_t, -1, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
+WRAP(int, -1, ioctl, (int fd, unsigned long request, void* argument), (fd, request, argument))
 WRAP_BYTES(recv, recv, (int fd, void* data, size_t size, int flags), size, (fd, data, size, flags))
 WRAP_BYTES(send, send, (int fd, const void* data, size_t size, int flags), size, (fd, data, size, flags))
 WRAP_BYTES(recvfrom, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length), size,

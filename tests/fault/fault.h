@@ -14,6 +14,8 @@ struct Failure {
 
 /// The functions that can be made to fail.
 const std::vector<std::string>& Functions();
+/// Those that matter to operations on the network's devices.
+const std::vector<std::string>& NetworkFunctions();
 
 /// From now on the call number `call` (from 1) of `function` fails; every call with 0.
 void Arm(const std::string& function, int call, Failure failure);

@@ -31,6 +31,27 @@ inline void EnterNetwork()
         SkipChild("ip");
 }
 
+/// In a child with a network of its own: /sys shows it, and not the one outside.
+inline void ShowNetworkInSys()
+{
+    if (mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
+        SkipChild("mount of /sys");
+}
+
+/// What a command of the shell prints, without the last line feed.
+inline std::string Output(const std::string& command)
+{
+    std::string output;
+    FILE* const pipe = popen(command.c_str(), "r");
+    char part[4096];
+    for (size_t size = 0; (size = fread(part, 1, sizeof part, pipe)) > 0;)
+        output.append(part, size);
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    if (output.ends_with('\n'))
+        output.pop_back();
+    return output;
+}
+
 /// In a child with private mounts: puts a text in the place of a file of the system.
 inline void ReplaceSystemFile(const TempDir& dir, const std::string& file, const std::string& text)
 {

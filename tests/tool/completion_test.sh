@@ -21,13 +21,24 @@ from_help() {
         /^  -/ {n = split($1, names, ","); print names[n]}' | sort | xargs -d '\n'
 }
 
+# The subcommands that --help of a command lists.
+commands_of() {
+    "$ZKQ" "$@" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'
+}
+
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
 for group in ini log file packet b64 z cab xml json cert der http net; do
     offers "$(from_help "$group")" "$group" ''
-    for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
-        offers "$(from_help "$group" "$command")" "$group" "$command" -
+    for command in $(commands_of "$group"); do
+        nested=$(commands_of "$group" "$command")
+        begun=-
+        [[ -z $nested ]] || begun=''
+        offers "$(from_help "$group" "$command")" "$group" "$command" "$begun"
+        for last in $nested; do
+            offers "$(from_help "$group" "$command" "$last")" "$group" "$command" "$last" -
+        done
     done
 done
 offers "$(from_help conv)" conv -
@@ -135,6 +146,16 @@ offers '127.0.0.1' net serve --host 1
 offers '' net serve --port ''
 offers 'localhost' net connect l
 offers '' net connect localhost ''
+offers 'lo' net up lo
+offers 'lo' net set lo
+offers '' net set lo ''
+offers 'lo' net route set lo
+offers '' net route set lo ''
+offers 'lo' net bridge del lo
+offers 'lo' net bridge add br0 eth0 lo
+offers '' net bridge add lo
+offers 'off on' net bridge stp br0 ''
+offers 'del' net route d
 
 offers '' nothing ''
 offers '' nothing at all ''

@@ -29,6 +29,9 @@ for group in $(listed); do
     [[ -n $commands || $group == conv || $group == md5 || $group == ping ]] || fail "$group has no commands"
     for command in $commands; do
         expect_help "$group" "$command"
+        for last in $(listed); do
+            expect_help "$group" "$command" "$last"
+        done
     done
 done
 

@@ -20,3 +20,5 @@ void AddDerCommands(CLI::App& app);
 void AddHttpCommands(CLI::App& app);
 void AddPingCommand(CLI::App& app);
 void AddNetCommands(CLI::App& app);
+/// The commands of the group net about how devices are set up.
+void AddNetConfigCommands(CLI::App& net);

@@ -105,9 +105,10 @@ void AddConnect(CLI::App& net)
 
 void AddNetCommands(CLI::App& app)
 {
-    CLI::App* net = app.add_subcommand("net", "Show the network of this machine, and try connections");
+    CLI::App* net = app.add_subcommand("net", "Show and set up the network of this machine, and try connections");
     net->require_subcommand(1);
     AddAddr(*net);
     AddServe(*net);
     AddConnect(*net);
+    AddNetConfigCommands(*net);
 }

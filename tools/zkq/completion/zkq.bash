@@ -57,6 +57,11 @@ _zkq_read_words() {
     done
 }
 
+_zkq_offer_devices() {
+    local path
+    _zkq_offer < <(for path in /sys/class/net/*; do printf '%s\n' "${path##*/}"; done)
+}
+
 _zkq_options() {
     case $1 in
         'ini get') _zkq_offer_words --default --help ;;
@@ -113,6 +118,10 @@ _zkq_positional() {
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
         'z '*' 0' | 'json '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
         'ping 0' | 'net connect 0') _zkq_offer_words 127.0.0.1 localhost ;;
+        'net up 0' | 'net down 0' | 'net set 0' | 'net route '*' 0') _zkq_offer_devices ;;
+        'net bridge stp 1') _zkq_offer_words on off ;;
+        'net bridge add 0') ;;
+        'net bridge add '* | 'net bridge '*' 0') _zkq_offer_devices ;;
         'cab extract '*) _zkq_offer_listed cab list -- "${positionals[0]}" ;;
     esac
 }
@@ -144,6 +153,17 @@ _zkq_command() {
     esac
 }
 
+# Completes behind a command that has commands itself.
+_zkq_nested() {
+    if ((COMP_CWORD > 3)); then
+        _zkq_command "${COMP_WORDS[*]:1:3}" 4
+    elif [[ ${COMP_WORDS[2]} == bridge ]]; then
+        _zkq_offer_words add del stp --help
+    else
+        _zkq_offer_words set del --help
+    fi
+}
+
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
@@ -162,13 +182,14 @@ _zkq() {
                 cert) _zkq_offer_words show field der --help ;;
                 der) _zkq_offer_words dump --help ;;
                 http) _zkq_offer_words get post --help ;;
-                net) _zkq_offer_words addr serve connect --help ;;
+                net) _zkq_offer_words addr serve connect cards bridges bridge up down set route --help ;;
                 conv | md5 | ping) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
         *)
-            case ${COMP_WORDS[1]} in
-                conv | md5 | ping) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+            case "${COMP_WORDS[1]} ${COMP_WORDS[2]}" in
+                conv\ * | md5\ * | ping\ *) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+                'net bridge' | 'net route') _zkq_nested ;;
                 *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3 ;;
             esac
             ;;
