@@ -20,6 +20,7 @@
 #include <ZKQ_general/msgpacket.h>
 #include <ZKQ_general/mycab.h>
 #include <ZKQ_general/string.h>
+#include <ZKQ_general/syncobject.h>
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/table.h>
 #include <ZKQ_general/types.h>
