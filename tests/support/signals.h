@@ -1,0 +1,33 @@
+// Signals that come all the time, into whatever call is blocked.
+#pragma once
+
+#include <signal.h>
+#include <sys/time.h>
+
+namespace support {
+
+/// While it lives SIGALRM comes every few hundred microseconds and interrupts every call that can be.
+class SignalStorm {
+public:
+    SignalStorm()
+    {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, &old_);
+        const itimerval often = {{0, 300}, {0, 300}};
+        setitimer(ITIMER_REAL, &often, nullptr);
+    }
+    ~SignalStorm()
+    {
+        const itimerval never = {};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        sigaction(SIGALRM, &old_, nullptr);
+    }
+    SignalStorm(const SignalStorm&) = delete;
+    SignalStorm& operator=(const SignalStorm&) = delete;
+
+private:
+    struct sigaction old_ = {};
+};
+
+} // namespace support
