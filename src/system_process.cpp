@@ -17,7 +17,6 @@ namespace {
 
 constexpr char kShell[] = "/bin/sh";
 constexpr int kCannotRun = 127 << 8; // the status of a child that could not become the shell
-constexpr long kNanosecondsPerSecond = 1'000'000'000;
 
 constinit ChildTable g_children;
 
@@ -100,7 +99,7 @@ int StartShell(char* command, pid_t* child)
     return error == EAGAIN || error == ENOMEM ? error : 0;
 }
 
-/// The time of an unhurried clock, and steps of a second from its start.
+/// Steps of a second, by a clock that nobody sets.
 class SecondSteps {
 public:
     SecondSteps() { clock_gettime(CLOCK_MONOTONIC, &next_); }

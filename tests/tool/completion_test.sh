@@ -24,16 +24,23 @@ from_help() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file packet b64 z cab xml json; do
+for group in ini log file packet b64 z cab xml json proc; do
     offers "$(from_help "$group")" "$group" ''
     for command in $("$ZKQ" "$group" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
         offers "$(from_help "$group" "$command")" "$group" "$command" -
     done
 done
+offers "$(from_help ipc)" ipc ''
+for object in $("$ZKQ" ipc --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
+    offers "$(from_help ipc "$object")" ipc "$object" ''
+    for command in $("$ZKQ" ipc "$object" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
+        offers "$(from_help ipc "$object" "$command")" ipc "$object" "$command" -
+    done
+done
 offers "$(from_help conv)" conv -
 offers "$(from_help md5)" md5 -
 offers "$(from_help md5)" md5 --check -
-offers 'ini' i
+offers 'ini ipc' i
 offers 'sections set' ini se
 
 # Sections and keys come from the file.
@@ -110,6 +117,18 @@ offers 'other.txt' xml copy other.txt /r o
 offers '' xml get --attribute ''
 offers 'other.txt' xml fmt -o o
 offers 'other.txt' xml fmt --output other.txt o
+
+# Programs.
+offers 'logs' proc lock --path l
+offers 'other.txt' proc lock name o
+offers 'other.txt' proc run o
+offers 'other.txt' proc run --timeout 3 cat o
+offers '' proc run --timeout ''
+offers '' proc lock ''
+offers 'other.txt' ipc sem lock 1 o
+offers '' ipc sem lock 1 --timeout ''
+offers '' ipc block lock 1 ''
+offers 'other.txt' ipc block lock 1 2 cat o
 
 offers '' nothing ''
 offers '' nothing at all ''

@@ -22,13 +22,16 @@ expect_help() {
 status=0
 run --help
 expect_equal "$status" 0
-expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab xml json'
+expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab xml json proc ipc'
 for group in $(listed); do
     expect_help "$group"
     commands=$(listed)
     [[ -n $commands || $group == conv || $group == md5 ]] || fail "$group has no commands"
     for command in $commands; do
         expect_help "$group" "$command"
+        for inner in $(listed); do
+            expect_help "$group" "$command" "$inner"
+        done
     done
 done
 

@@ -15,3 +15,5 @@ void AddZCommands(CLI::App& app);
 void AddCabCommands(CLI::App& app);
 void AddXmlCommands(CLI::App& app);
 void AddJsonCommands(CLI::App& app);
+void AddProcCommands(CLI::App& app);
+void AddIpcCommands(CLI::App& app);

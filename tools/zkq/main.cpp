@@ -30,6 +30,8 @@ void AddCommands(CLI::App& app)
     AddCabCommands(app);
     AddXmlCommands(app);
     AddJsonCommands(app);
+    AddProcCommands(app);
+    AddIpcCommands(app);
     UnguardOptions(app);
 }
 

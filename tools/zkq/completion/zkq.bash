@@ -49,7 +49,7 @@ _zkq_read_words() {
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
             --default | --project | --level | --lines | -n | --from | --to | --columns | --attribute) ((++i)) ;;
-            --output | -o | -d) ((++i)) ;;
+            --output | -o | -d | --path | --timeout | --units) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -83,6 +83,12 @@ _zkq_options() {
         'json get') _zkq_offer_words --hex --base64 --help ;;
         'json set') _zkq_offer_words --int --hex --base64 --force --help ;;
         'json fmt') _zkq_offer_words --output --force --help ;;
+        'proc run') _zkq_offer_words --timeout --no-wait --help ;;
+        'proc lock') _zkq_offer_words --path --create --help ;;
+        'ipc sem create') _zkq_offer_words --units --help ;;
+        'ipc sem lock') _zkq_offer_words --id --timeout --no-wait --help ;;
+        'ipc block lock') _zkq_offer_words --timeout --no-wait --help ;;
+        'ipc sem rm' | 'ipc shm rm') _zkq_offer_words --id --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
@@ -92,6 +98,8 @@ _zkq_positional() {
         'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
         'b64 '*' 0' | 'md5 '*) _zkq_offer_paths -f ;;
         'xml '*' 0' | 'xml copy 2') _zkq_offer_paths -f ;;
+        'proc lock 0' | 'ipc '*' '[a-z]*' 0' | 'ipc block '*' 1') ;;
+        'proc run '* | 'proc lock '* | 'ipc sem lock '* | 'ipc block lock '*) _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -113,11 +121,11 @@ _zkq_command() {
     local command=$1 dir=. positionals=()
     _zkq_read_words "$2"
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-        --dir | -d) _zkq_offer_paths -d ;;
+        --dir | -d | --path) _zkq_offer_paths -d ;;
         --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
-        --default | --project | --lines | -n | --columns | --attribute) ;;
+        --default | --project | --lines | -n | --columns | --attribute | --timeout | --units) ;;
         *)
             if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
                 _zkq_options "$command"
@@ -128,10 +136,23 @@ _zkq_command() {
     esac
 }
 
+# Commands of a kind of object.
+_zkq_ipc() {
+    if ((COMP_CWORD > 3)); then
+        _zkq_command "${COMP_WORDS[*]:1:3}" 4
+        return
+    fi
+    case ${COMP_WORDS[2]} in
+        sem) _zkq_offer_words ls create rm lock --help ;;
+        shm) _zkq_offer_words ls create rm --help ;;
+        block) _zkq_offer_words create rm lock --help ;;
+    esac
+}
+
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json proc ipc --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
@@ -143,12 +164,15 @@ _zkq() {
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
                 json) _zkq_offer_words get set fmt array --help ;;
+                proc) _zkq_offer_words run find kill lock --help ;;
+                ipc) _zkq_offer_words sem shm block --help ;;
                 conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
         *)
             case ${COMP_WORDS[1]} in
                 conv | md5) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+                ipc) _zkq_ipc ;;
                 *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3 ;;
             esac
             ;;
