@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmarks, runs the named groups (default: all) and prints one table of the library against its peers.
 #
-# Groups: log, inifile, file-small, file-large, string, msgpacket, iconv, base64, md5, zlib, mycab, xml, table, json.
+# Groups: log, inifile, file-small, file-large, string, msgpacket, iconv, base64, md5, zlib, mycab, xml, table, json, system,
+#         syncobject.
 #
 # ZKQ_BENCH_REPETITIONS  how often each benchmark is run (default 15); the table shows medians
 # ZKQ_BENCH_DIR          an existing directory for the files of the benchmarks (default: one in the build tree)
@@ -14,7 +15,7 @@ cd "$(dirname "$0")/.."
 readonly repetitions=${ZKQ_BENCH_REPETITIONS:-15}
 readonly build=build/bench
 readonly results=$build/results
-groups=(log inifile file-small file-large string msgpacket iconv base64 md5 zlib mycab xml table json)
+groups=(log inifile file-small file-large string msgpacket iconv base64 md5 zlib mycab xml table json system syncobject)
 if (($# > 0)); then
     groups=("$@")
 fi
@@ -39,7 +40,7 @@ rm -rf "$results"
 mkdir -p "$results"
 for group in "${groups[@]}"; do
     case $group in
-    log | inifile | string | msgpacket | iconv | base64 | md5 | zlib | xml | table | json)
+    log | inifile | string | msgpacket | iconv | base64 | md5 | zlib | xml | table | json | system | syncobject)
         run "$group" "${group}_bench" . "$repetitions"
         ;;
     # Small copies have many short runs, and none of a large copy between them: what the disk has left to do after that
