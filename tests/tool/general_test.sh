@@ -55,7 +55,7 @@ printf '[S]\nk=1\n' >s.ini
 "$ZKQ" cab make s.cab s.ini
 for command in '--help' 'ini get --help' '--version' 'ini get s.ini S k' 'ini sections s.ini' 'ini keys s.ini S' \
     'log tail s.ini' 'log level demo' 'b64 encode s.ini' 'md5 s.ini' 'z compress s.ini' 'cab list s.cab' \
-    'cab list -l s.cab' 'cab test s.cab'; do
+    'cab list -l s.cab' 'cab test s.cab' 'ipc sem ls' 'ipc shm ls'; do
     status=0
     # shellcheck disable=SC2086
     "$ZKQ" $command >/dev/full 2>err || status=$?
