@@ -1,4 +1,5 @@
 // zkq ipc: semaphores, shared memory, shared blocks.
+#include <ZKQ_general/error.h>
 #include <ZKQ_general/syncobject.h>
 #include <errno.h>
 #include <limits.h>
@@ -10,6 +11,7 @@
 #include <map>
 #include <sstream>
 
+#include "charset.h"
 #include "command_line.h"
 #include "commands.h"
 #include "failure.h"
@@ -200,9 +202,9 @@ void CreateBlock(const Options& options)
         PrintLine(std::to_string(block.SemID) + " " + std::to_string(block.ShmID));
         return;
     }
-    const Failure failure = LibraryFailure("cannot create " + name);
+    const std::string reason = ToTerminal(ZKQGeneral_GetGeneralErrorInfo());
     ZKQGeneral_ShbDestroyBlock(&block); // what there is of it would be in the way the next time
-    throw failure;
+    throw Failure("cannot create " + name, reason);
 }
 
 /// A handle that is closed in the end.
