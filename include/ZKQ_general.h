@@ -25,6 +25,7 @@
 #include <ZKQ_general/ping.h>
 #include <ZKQ_general/socket.h>
 #include <ZKQ_general/string.h>
+#include <ZKQ_general/syncobject.h>
 #include <ZKQ_general/system.h>
 #include <ZKQ_general/table.h>
 #include <ZKQ_general/types.h>

@@ -139,6 +139,19 @@ def rows():
                                    ("json-c", None)):
                 yield (f"JSON, {name} {title}", f"json/{what}/ours/{text}", peer, [(1, f"json/{what}/{peer}/{text}")],
                        peer_bar)
+    yield ("run a short program and wait", "system/run/ours", "posix_spawn, waitpid", [(1, "system/run/spawn")],
+           NO_SLOWER)
+    for peer, name, bar in (("spawn", "posix_spawn, waitpid", NO_SLOWER), ("fork", "fork, exec, waitpid", None)):
+        yield ("run it from a process with 512 MB in use", "system/run-large/ours/512", name,
+               [(1, f"system/run-large/{peer}/512")], bar)
+    yield ("tick count", "system/ticks/ours", "pread, sscanf", [(1, "system/ticks/sscanf")], 1.2)
+    yield ("tick count", "system/ticks/ours", "pread, strtod", [(1, "system/ticks/strtod")], 1.2)
+    # At least 0.95 of the speed.
+    yield ("semaphore, take and give back", "syncobject/semaphore/ours", "two semop",
+           [(1, "syncobject/semaphore/semop")], 1 / 0.95)
+    yield ("shared block, lock and unlock", "syncobject/block/ours", "two semop", [(1, "syncobject/semaphore/semop")],
+           1 / 0.95)
+
     for count in RECORDS:
         yield (f"JSON, array of {count} records", f"json/grow/ours/{count}", "nlohmann",
                [(1, f"json/grow/nlohmann/{count}")], None)

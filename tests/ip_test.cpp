@@ -334,7 +334,7 @@ TEST(IpAddress, SignalsDoNoHarm)
     RUN_IN_CHILD([] {
         EnterNetwork();
         AddHost();
-        const support::Signals signals;
+        const support::SignalStorm signals;
         for (int i = 0; i < 300; ++i) {
             EXPECT_EQ(AddressAt("v0", 0, 0), "192.0.2.1");
             EXPECT_TRUE(Network_SetDefaultGateway("v0", 0, "192.0.2.2")) << ErrorText();

@@ -674,7 +674,7 @@ TEST(NetCard, SignalsDoNoHarm)
     RUN_IN_CHILD([] {
         EnterNetwork();
         AddCable();
-        const support::Signals signals;
+        const support::SignalStorm signals;
         const BRIDGEINFO info = Bridge("br0", {"v0"});
         for (int i = 0; i < 100; ++i) {
             EXPECT_TRUE(Network_AddBridge(&info)) << ErrorText();

@@ -1,9 +1,11 @@
-// Path computation apart from the running process.
+// What the family computes, apart from the running system.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <locale.h>
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "../src/internal/system.h"
 #include "support/buffer.h"
@@ -104,6 +106,70 @@ TEST(FindMappedPath, LongPathsAreRefused)
         const std::string map = "1-2 r--p 0 0 0 /" + std::string(length - 2, 'x') + "y\n3-4 r--p 0 0 0 /z\n";
         std::string_view path;
         EXPECT_EQ(FindMappedPath(map, "xy", &path), length < 300 ? 0 : ENAMETOOLONG);
+    }
+}
+
+TEST(Uptime, Table)
+{
+    const std::pair<const char*, long> rows[] = {
+        {"350735.47 234388.90\n", 350735470},
+        {"0.00 0.00", 0},
+        {"0.01 0.00", 10},
+        {" 12 13 14", 12000},
+        {"\t1.2345678\n2", 1234},
+        {"1.57 2", 1570},
+        {"-2.5 1", -2500},
+        {"1e3 1", 1000000},
+        {"9000000000000.25 1", 9000000000000250},
+        {"1.5", 0},
+        {"1.5 x", 0},
+        {"1.5x 2", 0},
+        {"1,5 2", 0},
+        {"x 2", 0},
+        {"", 0},
+        {"\n", 0},
+        {"1e16 1", 0}, // more than there can be
+        {"1e400 1", 0},
+        {"inf inf", 0},
+        {"nan nan", 0},
+    };
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(MillisecondsOfUptime(text), expected) << text;
+        const double number = strtod(text, nullptr);
+        EXPECT_TRUE(expected == 0 || expected == static_cast<long>(number * 1000.0)) << text;
+    }
+}
+
+TEST(Uptime, IsReadWithAPointInEveryLocale)
+{
+    const std::string before = setlocale(LC_NUMERIC, nullptr);
+    const bool found = setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr || setlocale(LC_NUMERIC, "de_DE") != nullptr;
+    const long milliseconds = MillisecondsOfUptime("1.5 2.5");
+    setlocale(LC_NUMERIC, before.c_str());
+    EXPECT_EQ(milliseconds, 1500);
+    if (!found)
+        GTEST_SKIP() << "no locale here that writes a comma";
+}
+
+TEST(JoinArguments, Table)
+{
+    using namespace std::string_view_literals;
+    const std::pair<std::string_view, std::string_view> rows[] = {
+        {"a\0b\0"sv, "a b"},
+        {"a\0"sv, "a"},
+        {"a", "a"},
+        {"", ""},
+        {"\0"sv, ""},
+        {"\0\0"sv, ""},
+        {"\0a"sv, " a"},
+        {"a b\0c"sv, "a b c"},
+        {"a\0\0b"sv, "a\0 b"sv},
+        {"a\0\0\0"sv, "a"},
+        {"a\0b\0\0"sv, "a b"},
+    };
+    for (const auto& [bytes, expected] : rows) {
+        std::vector<char> buffer(bytes.begin(), bytes.end()); // of exactly this size
+        EXPECT_EQ(JoinArguments(buffer.data(), buffer.size()), expected);
     }
 }
 

@@ -1,4 +1,4 @@
-// Path computation of the system family, apart from the running process so that tests can reach it.
+// Computations of the system family, apart from the running system so that tests can reach them.
 #pragma once
 
 #include <stddef.h>
@@ -17,3 +17,10 @@ int ComputeFullPathName(std::string_view name, std::string_view directory, char*
 /// Finds the path that holds `FileName` in the text of a memory map; 0, ENOENT, or ENAMETOOLONG for one of 300 bytes or
 /// more.
 int FindMappedPath(std::string_view map, std::string_view FileName, std::string_view* path);
+
+/// Milliseconds from the content of /proc/uptime; 0 unless it begins with two numbers.
+long MillisecondsOfUptime(const char* text);
+
+/// The command line that the bytes of /proc/PID/cmdline hold: a NUL becomes a blank where something follows it, and those
+/// at the end are dropped.
+std::string_view JoinArguments(char* bytes, size_t size);

@@ -738,6 +738,41 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  kEverything},
         Scenario{"table", [](const LogDir&) {}, FillTable, {"calloc"}, kEverything},
+        Scenario{"run_program",
+                 [](const LogDir&) {},
+                 [](const LogDir&) {
+                     DWORD code = 1;
+                     const BOOL ran = ZKQGeneral_WinExecFileAndGetRetCode("true", "x", TRUE, &code);
+                     return ran && code == 0;
+                 },
+                 {"stat"}, // the next directory may have it, too
+                 {}},
+        Scenario{"find_process",
+                 [](const LogDir&) {},
+                 [](const LogDir&) {
+                     int running = 1;
+                     return ZKQGeneral_IsApplicationRunning("no such program", &running) && running == 0;
+                 },
+                 {"openat", "read", "close"}, // of processes that end meanwhile
+                 {}},
+        Scenario{"instance",
+                 [](const LogDir& d) { WriteFile(d.File("lock"), ""); },
+                 [](const LogDir& d) { return !ZKQGeneral_DetectApplication("lock", d.Path().c_str()); },
+                 {"flock", "close"}, // either unlocks it
+                 {}},
+        Scenario{"tick_count",
+                 [](const LogDir&) { ZKQGeneral_GetTickCount(); },
+                 [](const LogDir&) { return ZKQGeneral_GetTickCount() > 0; },
+                 {},
+                 kEverything},
+        Scenario{"file_time",
+                 [](const LogDir& d) { Source(d); },
+                 [](const LogDir& d) {
+                     _TIMESTRUCT time;
+                     return ZKQGeneral_GetFileTimeInfo(d.File("src").c_str(), &time, 0) != 0;
+                 },
+                 {},
+                 {}},
         Scenario{"append_line",
                  [](const LogDir&) {},
                  [](const LogDir& d) { return ZKQGeneral_RecordLogToFile_V(d.File("l").c_str(), "%d", 5) != 0; },

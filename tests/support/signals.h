@@ -1,33 +1,33 @@
-// Signals at a high rate, for calls that may block.
+// Signals that come all the time, into whatever call is blocked.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
 
-#include "child.h"
-
 namespace support {
 
-/// In a child: while it lives, signals come every 200 microseconds.
-class Signals {
+/// While it lives SIGALRM comes every few hundred microseconds and interrupts every call that can be.
+class SignalStorm {
 public:
-    Signals()
+    SignalStorm()
     {
         struct sigaction action = {};
         action.sa_handler = [](int) {};
-        EXPECT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
-        const itimerval often = {{0, 200}, {0, 200}};
-        EXPECT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+        sigaction(SIGALRM, &action, &old_);
+        const itimerval often = {{0, 300}, {0, 300}};
+        setitimer(ITIMER_REAL, &often, &oldTimer_);
     }
-    Signals(const Signals&) = delete;
-    Signals& operator=(const Signals&) = delete;
-    ~Signals()
+    ~SignalStorm()
     {
-        const itimerval never = {};
-        setitimer(ITIMER_REAL, &never, nullptr);
-        alarm(kChildSeconds);
+        setitimer(ITIMER_REAL, &oldTimer_, nullptr);
+        sigaction(SIGALRM, &old_, nullptr);
     }
+    SignalStorm(const SignalStorm&) = delete;
+    SignalStorm& operator=(const SignalStorm&) = delete;
+
+private:
+    struct sigaction old_ = {};
+    itimerval oldTimer_ = {}; ///< perhaps a time limit of the test
 };
 
 } // namespace support

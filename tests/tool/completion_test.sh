@@ -29,7 +29,7 @@ commands_of() {
 # The script knows every command and option that there is, and no other.
 COMP_WORDS=()
 offers "$(from_help)" ''
-for group in ini log file packet b64 z cab xml json cert der http net; do
+for group in ini log file packet b64 z cab xml json cert der http net proc; do
     offers "$(from_help "$group")" "$group" ''
     for command in $(commands_of "$group"); do
         nested=$(commands_of "$group" "$command")
@@ -41,11 +41,18 @@ for group in ini log file packet b64 z cab xml json cert der http net; do
         done
     done
 done
+offers "$(from_help ipc)" ipc ''
+for object in $("$ZKQ" ipc --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
+    offers "$(from_help ipc "$object")" ipc "$object" ''
+    for command in $("$ZKQ" ipc "$object" --help | awk '/^Subcommands:/ {list = 1} list && /^  [a-z]/ {print $1}'); do
+        offers "$(from_help ipc "$object" "$command")" ipc "$object" "$command" -
+    done
+done
 offers "$(from_help conv)" conv -
 offers "$(from_help md5)" md5 -
 offers "$(from_help ping)" ping -
 offers "$(from_help md5)" md5 --check -
-offers 'ini' i
+offers 'ini ipc' i
 offers 'sections set' ini se
 
 # Sections and keys come from the file.
@@ -156,6 +163,18 @@ offers 'lo' net bridge add br0 eth0 lo
 offers '' net bridge add lo
 offers 'off on' net bridge stp br0 ''
 offers 'del' net route d
+
+# Programs.
+offers 'logs' proc lock --path l
+offers 'other.txt' proc lock name o
+offers 'other.txt' proc run o
+offers 'other.txt' proc run --timeout 3 cat o
+offers '' proc run --timeout ''
+offers '' proc lock ''
+offers 'other.txt' ipc sem lock 1 o
+offers '' ipc sem lock 1 --timeout ''
+offers '' ipc block lock 1 ''
+offers 'other.txt' ipc block lock 1 2 cat o
 
 offers '' nothing ''
 offers '' nothing at all ''

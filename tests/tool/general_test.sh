@@ -22,7 +22,7 @@ expect_help() {
 status=0
 run --help
 expect_equal "$status" 0
-expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab xml json cert der http ping net'
+expect_equal "$(listed | xargs)" 'ini log file packet conv b64 md5 z cab xml json cert der http ping net proc ipc'
 for group in $(listed); do
     expect_help "$group"
     commands=$(listed)
@@ -57,7 +57,7 @@ printf '\x30\x06\x01\x04\0\0\0\1' >s.der
 make_certificate s.pem
 for command in '--help' 'ini get --help' '--version' 'ini get s.ini S k' 'ini sections s.ini' 'ini keys s.ini S' \
     'log tail s.ini' 'log level demo' 'b64 encode s.ini' 'md5 s.ini' 'z compress s.ini' 'cab list s.cab' \
-    'cab list -l s.cab' 'cab test s.cab' 'cert show s.pem' 'cert der s.pem' 'der dump s.der'; do
+    'cab list -l s.cab' 'cab test s.cab' 'cert show s.pem' 'cert der s.pem' 'der dump s.der' 'ipc sem ls' 'ipc shm ls'; do
     status=0
     # shellcheck disable=SC2086
     "$ZKQ" $command >/dev/full 2>err || status=$?

@@ -22,3 +22,5 @@ void AddPingCommand(CLI::App& app);
 void AddNetCommands(CLI::App& app);
 /// The commands of the group net about how devices are set up.
 void AddNetConfigCommands(CLI::App& net);
+void AddProcCommands(CLI::App& app);
+void AddIpcCommands(CLI::App& app);

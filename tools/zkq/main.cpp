@@ -36,6 +36,8 @@ void AddCommands(CLI::App& app)
     AddHttpCommands(app);
     AddPingCommand(app);
     AddNetCommands(app);
+    AddProcCommands(app);
+    AddIpcCommands(app);
     UnguardOptions(app);
 }
 
@@ -89,7 +91,7 @@ int main(int argc, char** argv)
     signal(SIGPIPE, SIG_DFL); // the library ignores it; "zkq ... | head" ends as quietly as it always has
     try {
         CLI::App app(
-            "Files, logs, archives, documents, certificates and networks, handled as libZKQ_general handles them.",
+            "Files, logs, archives, documents, certificates, networks, processes, as libZKQ_general handles them.",
             "zkq");
         AddCommands(app);
         return Run(app, GuardedArguments(argc, argv));

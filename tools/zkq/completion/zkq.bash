@@ -49,8 +49,8 @@ _zkq_read_words() {
                 dir=$(_zkq_plain "${COMP_WORDS[i]}")
                 ;;
             --default | --project | --level | --lines | -n | --from | --to | --columns | --attribute | --name | --index) ((++i)) ;;
-            --output | -o | -d) ((++i)) ;;
-            --data | --type | --timeout | --count | --size | --host | --port) ((++i)) ;;
+            --output | -o | -d | --path) ((++i)) ;;
+            --data | --type | --timeout | --count | --size | --host | --port | --units) ((++i)) ;;
             -*) ;;
             *) positionals+=("$(_zkq_plain "$word")") ;;
         esac
@@ -96,6 +96,12 @@ _zkq_options() {
         ping) _zkq_offer_words --count --size --timeout --help ;;
         'net serve') _zkq_offer_words --host --port --count --help ;;
         'net connect') _zkq_offer_words --timeout --help ;;
+        'proc run') _zkq_offer_words --timeout --no-wait --help ;;
+        'proc lock') _zkq_offer_words --path --create --help ;;
+        'ipc sem create') _zkq_offer_words --units --help ;;
+        'ipc sem lock') _zkq_offer_words --id --timeout --no-wait --help ;;
+        'ipc block lock') _zkq_offer_words --timeout --no-wait --help ;;
+        'ipc sem rm' | 'ipc shm rm') _zkq_offer_words --id --help ;;
         *) _zkq_offer_words --help ;;
     esac
 }
@@ -105,6 +111,8 @@ _zkq_positional() {
         'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
         'b64 '*' 0' | 'md5 '* | 'cert '* | 'der dump 0') _zkq_offer_paths -f ;;
         'xml '*' 0' | 'xml copy 2') _zkq_offer_paths -f ;;
+        'proc lock 0' | 'ipc '*' '[a-z]*' 0' | 'ipc block '*' 1') ;;
+        'proc run '* | 'proc lock '* | 'ipc sem lock '* | 'ipc block lock '*) _zkq_offer_paths -f ;;
         'ini sections '*) ;;
         'ini '*' 1') _zkq_offer_listed ini sections -- "${positionals[0]}" ;;
         'ini keys '*) ;;
@@ -131,7 +139,7 @@ _zkq_command() {
     local command=$1 dir=. positionals=()
     _zkq_read_words "$2"
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-        --dir | -d) _zkq_offer_paths -d ;;
+        --dir | -d | --path) _zkq_offer_paths -d ;;
         --output | -o) _zkq_offer_paths -f ;;
         --level) _zkq_offer_words debug info warn error ;;
         --from | --to) _zkq_offer_words GBK UTF-8 UCS-2LE ;;
@@ -140,7 +148,7 @@ _zkq_command() {
                 signature-length signature subject issuer
             ;;
         --default | --project | --lines | -n | --columns | --attribute | --index) ;;
-        --data | --timeout | --count | --size | --port) ;;
+        --data | --timeout | --count | --size | --port | --units) ;;
         --type) _zkq_offer_words application/json application/octet-stream text/plain text/xml ;;
         --host) _zkq_offer_words 127.0.0.1 localhost ;;
         *)
@@ -164,10 +172,23 @@ _zkq_nested() {
     fi
 }
 
+# Commands of a kind of object.
+_zkq_ipc() {
+    if ((COMP_CWORD > 3)); then
+        _zkq_command "${COMP_WORDS[*]:1:3}" 4
+        return
+    fi
+    case ${COMP_WORDS[2]} in
+        sem) _zkq_offer_words ls create rm lock --help ;;
+        shm) _zkq_offer_words ls create rm --help ;;
+        block) _zkq_offer_words create rm lock --help ;;
+    esac
+}
+
 _zkq() {
     COMPREPLY=()
     case $COMP_CWORD in
-        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json cert der http ping net --help --version ;;
+        1) _zkq_offer_words ini log file packet conv b64 md5 z cab xml json cert der http ping net proc ipc --help --version ;;
         2)
             case ${COMP_WORDS[1]} in
                 ini) _zkq_offer_words get set del sections keys --help ;;
@@ -183,12 +204,15 @@ _zkq() {
                 der) _zkq_offer_words dump --help ;;
                 http) _zkq_offer_words get post --help ;;
                 net) _zkq_offer_words addr serve connect cards bridges bridge up down set route --help ;;
+                proc) _zkq_offer_words run find kill lock --help ;;
+                ipc) _zkq_offer_words sem shm block --help ;;
                 conv | md5 | ping) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands
             esac
             ;;
         *)
             case "${COMP_WORDS[1]} ${COMP_WORDS[2]}" in
                 conv\ * | md5\ * | ping\ *) _zkq_command "${COMP_WORDS[1]}" 2 ;;
+                ipc\ *) _zkq_ipc ;;
                 'net bridge' | 'net route') _zkq_nested ;;
                 *) _zkq_command "${COMP_WORDS[1]} ${COMP_WORDS[2]}" 3 ;;
             esac
