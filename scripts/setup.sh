@@ -3,7 +3,7 @@
 #
 #   scripts/setup.sh          to build and to test
 #   scripts/setup.sh bench    and to run the benchmarks
-#   scripts/setup.sh all      and to run every check of the CI
+#   scripts/setup.sh checks   and to run every check of the CI
 set -euo pipefail
 
 packages=(
@@ -27,9 +27,9 @@ checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-
 case "${1:-}" in
 "") ;;
 bench) packages+=("${bench[@]}") ;;
-all) packages+=("${bench[@]}" "${checks[@]}") ;;
+checks) packages+=("${checks[@]}") ;;
 *)
-    echo "usage: $0 [bench|all]" >&2
+    echo "usage: $0 [bench|checks]" >&2
     exit 2
     ;;
 esac

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds, and runs all tests. Safe to run twice.
 #
-#   scripts/test.sh [PRESET [OPTION...]]    one of the presets that have tests, "release" by default, and options of ctest
+#   scripts/test.sh [PRESET]    one of the presets that have tests; "release" by default
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=${1:-release}
@@ -11,4 +11,4 @@ echo "test: building ($preset)"
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset" --parallel "$(nproc)"
 echo "test: running ($preset)"
-ctest --preset "$preset" --parallel "$(nproc)" "${@:2}"
+ctest --preset "$preset" --parallel "$(nproc)"

@@ -3,9 +3,9 @@
 # fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-cmake --preset clang >/dev/null
-cmake --build --preset clang --parallel "$(nproc)" --target zkq_objects >/dev/null
+cmake --preset asan >/dev/null # the one with clang and the tool
+cmake --build --preset asan --parallel "$(nproc)" --target zkq_objects >/dev/null
 if [ $# -eq 0 ]; then set -- src tools; fi
 git ls-files "${@/%//*.cpp}" |
-    xargs -P "$(nproc)" -n 1 clang-tidy-14 -p build/clang --quiet 2>/dev/null
+    xargs -P "$(nproc)" -n 1 clang-tidy-14 -p build/asan --quiet 2>/dev/null
 echo "tidy: no findings"
