@@ -33,5 +33,8 @@ int AskInterface(int sd, unsigned long request, const char* name, ifreq* answer)
 /// Asks for an IPv4 address of an interface.
 int AskAddress(int sd, unsigned long request, const char* name, in_addr* address);
 
+inline constexpr size_t kMacLength = 6;
+/// Writes a hardware address as in "0242-AC11-0002".
+void MacText(const unsigned char (&mac)[kMacLength], char* text);
 /// Writes a dotted address.
 void DottedText(const in_addr& address, char (&text)[32]);

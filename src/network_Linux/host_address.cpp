@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "../internal/guards.h"
+#include "../internal/netcard.h"
 #include "../internal/resolver.h"
 #include "../internal/socket.h"
 #include "../internal/text.h"
@@ -76,41 +77,24 @@ BOOL GiveIPv6Text(const in6_addr& bytes, char* IP)
     return Network_ParseSockAddr(&address, IP, nullptr, nullptr);
 }
 
-bool IsDeviceName(const char* name)
-{
-    return name != nullptr && *name != '\0' && strlen(name) < IFNAMSIZ;
-}
-
-/// Asks the system about an interface; 0 or an errno value.
-int AskInterface(int sd, unsigned long request, const char* DevName, ifreq* answer)
-{
-    *answer = {};
-    memcpy(answer->ifr_name, DevName, strlen(DevName) + 1);
-    return ioctl(sd, request, answer) == 0 ? 0 : errno;
-}
-
 /// Stores an IPv4 address of an interface as text.
 int GiveInterfaceAddress(int sd, unsigned long request, const char* DevName, char* text)
 {
-    ifreq answer;
-    if (const int error = AskInterface(sd, request, DevName, &answer))
+    in_addr address = {};
+    if (const int error = AskAddress(sd, request, DevName, &address))
         return error;
-    sockaddr_in address = {};
-    memcpy(&address, &answer.ifr_addr, sizeof address);
-    inet_ntop(AF_INET, &address.sin_addr, text, INET_ADDRSTRLEN);
+    inet_ntop(AF_INET, &address, text, INET_ADDRSTRLEN);
     return 0;
 }
 
 int GiveMac(int sd, const char* DevName, char* Mac)
 {
-    constexpr size_t kMacTextSize = 15;
     ifreq answer;
     if (const int error = AskInterface(sd, SIOCGIFHWADDR, DevName, &answer))
         return error;
-    unsigned char bytes[6];
-    memcpy(bytes, answer.ifr_hwaddr.sa_data, sizeof bytes);
-    snprintf(Mac, kMacTextSize, "%02X%02X-%02X%02X-%02X%02X", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
-             bytes[5]);
+    unsigned char mac[kMacLength];
+    memcpy(mac, answer.ifr_hwaddr.sa_data, sizeof mac);
+    MacText(mac, Mac);
     return 0;
 }
 
@@ -211,7 +195,7 @@ int GetIPAddress(int index, char* IP)
 
 BOOL Network_GetInfo_if(const char* DevName, char* IP, char* IPMask, char* IPV6, char* Mac)
 {
-    if (!IsDeviceName(DevName))
+    if (!IsInterfaceName(DevName))
         return Fail(EINVAL);
     if (const int error = GetInfo(DevName, IP, IPMask, Mac))
         return Fail(error);

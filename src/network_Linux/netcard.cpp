@@ -20,8 +20,6 @@ namespace {
 
 constexpr char kLogName[] = "network_Linux/netcard.c";
 constexpr char kDeviceTable[] = "/proc/net/dev";
-constexpr size_t kMacLength = 6;
-constexpr size_t kMacTextSize = sizeof "0242-AC11-0002";
 
 /// What there is to know of one interface.
 struct interface {
@@ -116,12 +114,6 @@ int ForEachCard(Use use)
     return 0;
 }
 
-void MacText(const interface& card, char* text)
-{
-    const unsigned char* const mac = card.hwaddr;
-    snprintf(text, kMacTextSize, "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-}
-
 int GetMac(int wanted, char* text)
 {
     int number = 0;
@@ -129,7 +121,7 @@ int GetMac(int wanted, char* text)
     const int error = ForEachCard([&](const interface& card) {
         if (number++ != wanted)
             return;
-        MacText(card, text);
+        MacText(card.hwaddr, text);
         isFound = true;
     });
     return error == 0 && !isFound ? EINVAL : error;
@@ -144,7 +136,7 @@ int ListCards(NETCARDINFO* Info, int* count)
             memcpy(info.Name, card.name, sizeof info.Name);
             DottedText(card.addr, info.IP);
             DottedText(card.netmask, info.Mask);
-            MacText(card, info.MAC);
+            MacText(card.hwaddr, info.MAC);
         }
         ++number;
     });
@@ -190,6 +182,12 @@ int SetAddresses(const char* name, in_addr_t address, in_addr_t mask)
 }
 
 } // namespace
+
+void MacText(const unsigned char (&mac)[kMacLength], char* text)
+{
+    constexpr size_t kTextSize = sizeof "0242-AC11-0002";
+    snprintf(text, kTextSize, "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
 
 bool IsInterfaceName(const char* name)
 {

@@ -16,6 +16,8 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
+#include <memory>
 #include <string_view>
 
 namespace {
@@ -139,6 +141,20 @@ bool fault::Disarm()
 {
     armedFunction.clear();
     return hit;
+}
+
+int fault::OpenDescriptors()
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
+    int count = 0;
+    while (readdir(directory.get()) != nullptr)
+        ++count;
+    return count;
+}
+
+bool fault::Has(const std::vector<std::string>& list, const std::string& name)
+{
+    return std::find(list.begin(), list.end(), name) != list.end();
 }
 
 fault::Pause::Pause()

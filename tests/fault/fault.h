@@ -22,6 +22,11 @@ void Arm(const std::string& function, int call, Failure failure);
 /// Ends it; true if a call was hit.
 bool Disarm();
 
+/// How many descriptors this process has open.
+int OpenDescriptors();
+/// Whether a list of functions names one.
+bool Has(const std::vector<std::string>& list, const std::string& name);
+
 /// While it lives nothing fails: for what a test itself asks of the system in the middle of an operation.
 class Pause {
 public:

@@ -3,13 +3,10 @@
 #include "fault.h"
 
 #include <ZKQ_general.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <functional>
-#include <memory>
 
 #include "../../src/internal/converter.h"
 #include "../../src/internal/log.h"
@@ -25,15 +22,6 @@ using support::LogDir;
 using support::ReadFile;
 using support::WriteFile;
 
-int OpenDescriptors()
-{
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
-    int count = 0;
-    while (readdir(directory.get()) != nullptr)
-        ++count;
-    return count;
-}
-
 /// An operation, made ready anew for each run.
 struct Scenario {
     const char* name;
@@ -47,11 +35,6 @@ struct Scenario {
     friend void PrintTo(const Scenario& row, std::ostream* out) { *out << row.name; }
 };
 
-bool Has(const std::vector<std::string>& list, const std::string& name)
-{
-    return std::find(list.begin(), list.end(), name) != list.end();
-}
-
 class Sweep : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Sweep, EveryFailureIsReportedAndNothingLeaks)
@@ -63,19 +46,19 @@ TEST_P(Sweep, EveryFailureIsReportedAndNothingLeaks)
             const LogDir dir;
             scenario.prepare(dir);
             support::MarkErrorText();
-            const int before = OpenDescriptors();
+            const int before = fault::OpenDescriptors();
             fault::Arm(function, call, {ENOSYS, false});
             SCOPED_TRACE(function + " call " + std::to_string(call));
             const bool succeeded = scenario.run(dir);
             const bool hit = fault::Disarm();
-            EXPECT_EQ(OpenDescriptors(), before) << function << " call " << call;
+            EXPECT_EQ(fault::OpenDescriptors(), before) << function << " call " << call;
             if (!hit) {
                 EXPECT_TRUE(succeeded);
                 break;
             }
             ++hits;
-            EXPECT_TRUE(!succeeded || Has(scenario.tolerated, function)) << function << " call " << call;
-            if (!succeeded && !Has(scenario.silent, function)) {
+            EXPECT_TRUE(!succeeded || fault::Has(scenario.tolerated, function)) << function << " call " << call;
+            if (!succeeded && !fault::Has(scenario.silent, function)) {
                 EXPECT_FALSE(support::ErrorTextIsMarked()) << function << " call " << call;
             }
         }
@@ -819,12 +802,12 @@ TEST(Ping, WithoutMemoryItSaysSoAndClosesItsSocket)
     if (!Network_PingHost("127.0.0.1", 56, 5, nullptr, nullptr))
         GTEST_SKIP() << "no ping here: " << ZKQGeneral_GetGeneralErrorInfo();
     support::MarkErrorText();
-    const int before = OpenDescriptors();
+    const int before = fault::OpenDescriptors();
     fault::Arm("malloc", 1, {ENOMEM, false});
     EXPECT_FALSE(Network_PingHost("127.0.0.1", 56, 5, nullptr, nullptr));
     EXPECT_TRUE(fault::Disarm());
     EXPECT_STREQ(ZKQGeneral_GetGeneralErrorInfo(), strerror(ENOMEM));
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(fault::OpenDescriptors(), before);
 }
 
 TEST(Copy, BlocksTakeOverWhereTheKernelDoesNotCopy)

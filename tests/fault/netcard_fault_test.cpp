@@ -1,11 +1,9 @@
 // Failing systems: each call that the functions for network devices make is made to fail in turn.
 #include <ZKQ_general/ip.h>
 #include <ZKQ_general/netcard.h>
-#include <dirent.h>
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 
 #include "../../src/internal/log.h"
 #include "../support/error_text.h"
@@ -21,26 +19,17 @@ struct Operation {
     std::vector<std::string> tolerated; ///< functions whose failure the operation gets over
 };
 
-int OpenDescriptors()
-{
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
-    int count = 0;
-    while (readdir(directory.get()) != nullptr)
-        ++count;
-    return count;
-}
-
 /// Lets each call of a function fail in turn, until the operation makes no more; how many there were.
 int FailEachCall(const Operation& operation, const std::string& function)
 {
     for (int call = 1;; ++call) {
         SCOPED_TRACE(std::string(operation.name) + ": " + function + " call " + std::to_string(call));
         support::MarkErrorText();
-        const int before = OpenDescriptors();
+        const int before = fault::OpenDescriptors();
         fault::Arm(function, call, {ENOSYS, false});
         const BOOL succeeded = operation.run();
         const bool hit = fault::Disarm();
-        EXPECT_EQ(OpenDescriptors(), before);
+        EXPECT_EQ(fault::OpenDescriptors(), before);
         if (!hit) {
             EXPECT_TRUE(succeeded) << support::ErrorText();
             return call - 1;

@@ -1,13 +1,10 @@
 // Sockets and HTTP requests on a failing system: every call into the system is made to fail in turn. Every failure is
 // reported, no descriptor stays open and nothing leaks.
 #include <ZKQ_general.h>
-#include <dirent.h>
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <functional>
-#include <memory>
 
 #include "../../src/internal/log.h"
 #include "../support/error_text.h"
@@ -65,15 +62,6 @@ private:
     pid_t pid_;
 };
 
-int OpenDescriptors()
-{
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
-    int count = 0;
-    while (readdir(directory.get()) != nullptr)
-        ++count;
-    return count;
-}
-
 /// An operation; what it needs of a server and a directory is there.
 struct Scenario {
     const char* name;
@@ -84,11 +72,6 @@ struct Scenario {
 
     friend void PrintTo(const Scenario& row, std::ostream* out) { *out << row.name; }
 };
-
-bool Has(const std::vector<std::string>& list, const std::string& name)
-{
-    return std::find(list.begin(), list.end(), name) != list.end();
-}
 
 class NetworkSweep : public testing::TestWithParam<Scenario> {};
 
@@ -102,17 +85,17 @@ TEST_P(NetworkSweep, EveryFailureIsReportedAndNothingLeaks)
             SCOPED_TRACE(function + " call " + std::to_string(call));
             const support::TempDir dir;
             support::MarkErrorText();
-            const int before = OpenDescriptors();
+            const int before = fault::OpenDescriptors();
             fault::Arm(function, call, {ENOSYS, false});
             const bool succeeded = scenario.run(server, dir);
             const bool hit = fault::Disarm();
-            EXPECT_EQ(OpenDescriptors(), before);
+            EXPECT_EQ(fault::OpenDescriptors(), before);
             if (!hit) {
                 EXPECT_TRUE(succeeded) << support::ErrorText();
                 break;
             }
             ++hits;
-            EXPECT_TRUE(!succeeded || Has(scenario.tolerated, function));
+            EXPECT_TRUE(!succeeded || fault::Has(scenario.tolerated, function));
             EXPECT_TRUE(succeeded || !support::ErrorTextIsMarked());
         }
     }
