@@ -27,7 +27,7 @@ constinit std::atomic<long> g_watchStart = 0;
 /// The descriptor of /proc/uptime, opened by the first who asks; -1 if it cannot be.
 int Uptime()
 {
-    const int known = g_uptime.load(std::memory_order_relaxed);
+    const int known = g_uptime.load(std::memory_order_acquire);
     if (known >= 0)
         return known;
     UniqueFd file(open("/proc/uptime", O_RDONLY | O_CLOEXEC));
