@@ -272,7 +272,7 @@ TEST_F(Tree, AMountedFileStaysWithItsReason)
     support::WriteFile(Path("top/a/mounted"), "");
     RUN_IN_CHILD([&] {
         support::EnterPrivateMounts();
-        if (mount(Path("outside/kept").c_str(), Path("top/a/mounted").c_str(), nullptr, MS_BIND, nullptr) != 0)
+        if (mount(Path("outside/kept").c_str(), Path("top/a/mounted").c_str(), "none", MS_BIND, nullptr) != 0)
             support::SkipChild("mount");
         EXPECT_EQ(Delete(Path("top")), FALSE);
         EXPECT_SYSTEM_ERROR(EBUSY);

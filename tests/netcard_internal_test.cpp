@@ -76,7 +76,7 @@ TEST(NetCardLog, ATableThatCannotBeOpenedIsRecorded)
     RUN_IN_CHILD([&] {
         const LibraryLog log;
         support::EnterPrivateMounts();
-        if (mount(root.Path().c_str(), "/proc", nullptr, MS_BIND, nullptr) != 0)
+        if (mount(root.Path().c_str(), "/proc", "none", MS_BIND, nullptr) != 0)
             support::SkipChild("mount on /proc");
         long count = 0;
         EXPECT_FALSE(Network_GetNetCardNumber(&count));

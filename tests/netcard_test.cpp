@@ -199,7 +199,7 @@ void ReplaceTable(const support::TempDir& dir, const std::string& text)
 {
     std::filesystem::create_directory(dir.File("net"));
     support::WriteFile(dir.File("net/dev"), text);
-    if (mount(dir.Path().c_str(), "/proc", nullptr, MS_BIND, nullptr) != 0)
+    if (mount(dir.Path().c_str(), "/proc", "none", MS_BIND, nullptr) != 0)
         support::SkipChild("mount on /proc");
 }
 

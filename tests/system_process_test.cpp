@@ -200,7 +200,7 @@ TEST(RunProgram, InADeepWorkingDirectoryIsNotFound)
 void ReplaceShell(const std::string& file)
 {
     support::EnterPrivateMounts();
-    if (mount(file.c_str(), "/bin/sh", nullptr, MS_BIND, nullptr) != 0)
+    if (mount(file.c_str(), "/bin/sh", "none", MS_BIND, nullptr) != 0)
         support::SkipChild("bind mount");
 }
 
