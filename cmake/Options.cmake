@@ -22,6 +22,7 @@ if(ZKQ_BUILD_FUZZ)
   target_link_options(zkq_instrumentation INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(ZKQ_COVERAGE)
+  target_compile_definitions(zkq_instrumentation INTERFACE ZKQ_COVERAGE)
   target_compile_options(zkq_instrumentation INTERFACE --coverage -fprofile-update=atomic) # threads count, too
   target_link_options(zkq_instrumentation INTERFACE --coverage)
 endif()

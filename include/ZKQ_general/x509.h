@@ -145,23 +145,50 @@ ZKQ_API int ZKQGeneral_MSG_d2i(void* val, int Size, const unsigned char* in, int
  */
 ZKQ_API void ZKQGeneral_MSG_free(void* val, const GENERAL_MSG_ITEM* it, int Flag, int mode);
 
-/** @brief The item of a 32-bit integer, the same address at every call. */
+/**
+ * @brief The item of a 32-bit integer.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INT32_it(void);
-/** @brief The item of a 64-bit integer, the same address at every call. */
+/**
+ * @brief The item of a 64-bit integer.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INT64_it(void);
-/** @brief The item of a pointer's value, the same address at every call. */
+/**
+ * @brief The item of a pointer's value.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_PTR_it(void);
-/** @brief The item of a text in the record, the same address at every call. */
+/**
+ * @brief The item of a text in the record.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_STRING_it(void);
-/** @brief The item of a pointer to a text, the same address at every call. */
+/**
+ * @brief The item of a pointer to a text.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_STRINGPTR_it(void);
-/** @brief The item of bytes in the record, the same address at every call. */
+/**
+ * @brief The item of bytes in the record.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_BYTEARRAY_it(void);
-/** @brief The item of a pointer to bytes, the same address at every call. */
+/**
+ * @brief The item of a pointer to bytes.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_BYTEARRAYPTR_it(void);
-/** @brief The item of integers in the record, the same address at every call. */
+/**
+ * @brief The item of integers in the record.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAY_it(void);
-/** @brief The item of a pointer to integers, the same address at every call. */
+/**
+ * @brief The item of a pointer to integers.
+ * @return Its address, the same at every call.
+ */
 ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAYPTR_it(void);
 
 /** @cond */
@@ -190,65 +217,79 @@ ZKQ_API const GENERAL_MSG_ITEM* ZKQGeneral_INTARRAYPTR_it(void);
  * JSON documents.
  * @{
  */
+/** A 32-bit integer. */
 #define ZKQ_MSG_INT32(Record, field, Name, Path)                                                                       \
     {                                                                                                                  \
         ZKQ_MSG_KIND_INT32, ZKQ_MSG_OFFSET_(Record, field, 4), Name, ZKQGeneral_INT32_it, 0, 0, Path                   \
     }
+/** A 64-bit integer. */
 #define ZKQ_MSG_INT64(Record, field, Name, Path)                                                                       \
     {                                                                                                                  \
         ZKQ_MSG_KIND_INT64, ZKQ_MSG_OFFSET_(Record, field, 8), Name, ZKQGeneral_INT64_it, 0, 0, Path                   \
     }
+/** A pointer's value. */
 #define ZKQ_MSG_PTR(Record, field, Name, Path)                                                                         \
     {                                                                                                                  \
         ZKQ_MSG_KIND_PTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_PTR_it, 0, 0, Path                         \
     }
+/** A text in a buffer. */
 #define ZKQ_MSG_STRING(Record, field, Name, Path)                                                                      \
     {                                                                                                                  \
         ZKQ_MSG_KIND_STRING, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_STRING_it, 0, ZKQ_MSG_SIZE_(Record, field), \
             Path                                                                                                       \
     }
+/** A pointer to a text. */
 #define ZKQ_MSG_STRINGPTR(Record, field, Name, Path)                                                                   \
     {                                                                                                                  \
         ZKQ_MSG_KIND_STRINGPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_STRINGPTR_it, 0, 0, Path             \
     }
+/** Bytes in a buffer. */
 #define ZKQ_MSG_BYTEARRAY(Record, field, count, Name, Path)                                                            \
     {                                                                                                                  \
         ZKQ_MSG_KIND_BYTEARRAY, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_BYTEARRAY_it,                            \
             ZKQ_MSG_COUNT_(Record, count), ZKQ_MSG_SIZE_(Record, field), Path                                          \
     }
+/** A pointer to bytes. */
 #define ZKQ_MSG_BYTEARRAYPTR(Record, field, count, Name, Path)                                                         \
     {                                                                                                                  \
         ZKQ_MSG_KIND_BYTEARRAYPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_BYTEARRAYPTR_it,                  \
             ZKQ_MSG_COUNT_(Record, count), 0, Path                                                                     \
     }
+/** Integers in an array. */
 #define ZKQ_MSG_INTARRAY(Record, field, count, Name, Path)                                                             \
     {                                                                                                                  \
         ZKQ_MSG_KIND_INTARRAY, ZKQ_MSG_ANY_(Record, field), Name, ZKQGeneral_INTARRAY_it,                              \
             ZKQ_MSG_COUNT_(Record, count), ZKQ_MSG_SIZE_(Record, field), Path                                          \
     }
+/** A pointer to integers. */
 #define ZKQ_MSG_INTARRAYPTR(Record, field, count, Name, Path)                                                          \
     {                                                                                                                  \
         ZKQ_MSG_KIND_INTARRAYPTR, ZKQ_MSG_POINTER_(Record, field), Name, ZKQGeneral_INTARRAYPTR_it,                    \
             ZKQ_MSG_COUNT_(Record, count), 0, Path                                                                     \
     }
+/** A record inside the record. */
 #define ZKQ_MSG_RECORD(Record, field, it, Name, Path)                                                                  \
     {                                                                                                                  \
         ZKQ_MSG_KIND_RECORD, ZKQ_MSG_ANY_(Record, field), Name, it, 0, ZKQ_MSG_SIZE_(Record, field), Path              \
     }
+/** A pointer to a record. */
 #define ZKQ_MSG_RECORDPTR(Record, field, it, Name, Path)                                                               \
     {                                                                                                                  \
         ZKQ_MSG_KIND_RECORDPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, 0, ZKQ_MSG_TARGET_(Record, field), Path     \
     }
+/** An array of records. */
 #define ZKQ_MSG_RECORDS(Record, field, count, it, Name, Path)                                                          \
     {                                                                                                                  \
         ZKQ_MSG_KIND_RECORDS, ZKQ_MSG_ANY_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),                    \
             ZKQ_MSG_TARGET_(Record, field), Path                                                                       \
     }
+/** A pointer to records. */
 #define ZKQ_MSG_RECORDSPTR(Record, field, count, it, Name, Path)                                                       \
     {                                                                                                                  \
         ZKQ_MSG_KIND_RECORDSPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),             \
             ZKQ_MSG_TARGET_(Record, field), Path                                                                       \
     }
+/** A pointer to simple values, with the function of their item. */
 #define ZKQ_MSG_VALUESPTR(Record, field, count, it, Name, Path)                                                        \
     {                                                                                                                  \
         ZKQ_MSG_KIND_VALUESPTR, ZKQ_MSG_POINTER_(Record, field), Name, it, ZKQ_MSG_COUNT_(Record, count),              \
