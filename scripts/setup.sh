@@ -15,12 +15,10 @@ packages=(
     curl python3                                         # testing, at the other end of connections
 )
 bench=(
-    libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev zip unzip python3
+    libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev zip unzip
     libpugixml-dev libxml2-dev shared-mime-info iso-codes
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
-    libprotobuf-c-dev protobuf-c-compiler
-    libcurl4-openssl-dev
-    libmnl-dev
+    libprotobuf-c-dev protobuf-c-compiler libcurl4-openssl-dev libmnl-dev
 )
 checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 

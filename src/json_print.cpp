@@ -10,8 +10,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "internal/growing_stack.h"
 #include "internal/growing_text.h"
-#include "internal/guards.h"
 #include "internal/json.h"
 #include "internal/text.h"
 
@@ -20,38 +20,6 @@ namespace {
 using namespace std::string_view_literals;
 
 constexpr std::string_view kTabs = "\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t\t";
-
-/// The containers around a value. They are kept here and not on the stack, whose depth nobody could bound.
-class Path {
-public:
-    bool Push(const cJSON* node)
-    {
-        if (depth_ == capacity_ && !Grow())
-            return false;
-        nodes_.get()[depth_++] = node;
-        return true;
-    }
-    const cJSON* Pop() { return nodes_.get()[--depth_]; }
-    const cJSON* Top() const { return depth_ == 0 ? nullptr : nodes_.get()[depth_ - 1]; }
-    size_t Depth() const { return depth_; }
-
-private:
-    bool Grow()
-    {
-        const size_t capacity = 2 * capacity_ + 32;
-        auto* const grown = static_cast<const cJSON**>(reallocarray(nodes_.get(), capacity, sizeof(void*)));
-        if (grown == nullptr)
-            return false;
-        static_cast<void>(nodes_.release()); // reallocarray() has taken it
-        nodes_.reset(grown);
-        capacity_ = capacity;
-        return true;
-    }
-
-    MallocPtr<const cJSON*> nodes_;
-    size_t depth_ = 0;
-    size_t capacity_ = 0;
-};
 
 /// The letter behind the backslash for a byte that is escaped, "u" for those without one of their own, or 0.
 constexpr std::array<char, 256> kEscapes = [] {
@@ -292,25 +260,26 @@ bool PutClosing(const cJSON* container, size_t depth, GrowingText* output)
 /// Writes a node and all below it; false without memory, or if some node has no form.
 bool PutTree(const cJSON* item, GrowingText* output)
 {
-    Path path;
+    GrowingStack<const cJSON*, 32> path; // the containers around the value
     for (;;) {
         while (IsContainer(item)) { // down to the first value
             if (!path.Push(item) || !output->Put(IsObject(item) ? "{"sv : "["sv) ||
-                !PutBefore(item->child, item, true, path.Depth(), output))
+                !PutBefore(item->child, item, true, path.Size(), output))
                 return false;
             item = item->child;
         }
         if (!PutScalar(item, output))
             return false;
-        while (path.Top() != nullptr && item->next == nullptr) { // up to a container that goes on
-            item = path.Pop();
-            if (!PutClosing(item, path.Depth(), output))
+        while (!path.IsEmpty() && item->next == nullptr) { // up to a container that goes on
+            item = path.Top();
+            path.Pop();
+            if (!PutClosing(item, path.Size(), output))
                 return false;
         }
-        if (path.Top() == nullptr)
+        if (path.IsEmpty())
             return true;
         item = item->next;
-        if (!PutBefore(item, path.Top(), false, path.Depth(), output))
+        if (!PutBefore(item, path.Top(), false, path.Size(), output))
             return false;
     }
 }

@@ -6,8 +6,8 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <time.h>
 
+#include "internal/clock.h"
 #include "internal/error.h"
 #include "internal/guards.h"
 
@@ -62,21 +62,6 @@ bool HasKey(int name)
     return name != IPC_PRIVATE;
 }
 
-time_t Seconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
-}
-
-/// Sleeps a whole second, whatever signals come.
-void SleepOneSecond()
-{
-    timespec left = {1, 0};
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
-    }
-}
-
 /// Adds units to a semaphore, or takes them, without waiting; undone when the process ends.
 int Change(int SemID, short units)
 {
@@ -109,15 +94,15 @@ int ZKQGeneral_SysConnectSemaphore(int, int, int SemName)
 
 BOOL ZKQGeneral_SysWaitSemaphore(int SemID, int iTimeout)
 {
-    const time_t timeout = iTimeout == 0 ? INT_MAX : iTimeout;
-    const time_t start = Seconds();
+    const int timeout = iTimeout == 0 ? INT_MAX : iTimeout;
+    SecondSteps steps;
     for (;;) {
         const int error = Change(SemID, -1);
         if (error != EAGAIN)
             return Finish(error);
-        if (Seconds() - start >= timeout)
+        if (steps.Elapsed() >= timeout)
             return Fail(ETIME);
-        SleepOneSecond();
+        steps.Sleep();
     }
 }
 

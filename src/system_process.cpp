@@ -5,9 +5,9 @@
 #include <spawn.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include "internal/child_table.h"
+#include "internal/clock.h"
 #include "internal/error.h"
 #include "internal/guards.h"
 #include "internal/text.h"
@@ -98,30 +98,6 @@ int StartShell(char* command, pid_t* child)
         *child = 0;
     return error == EAGAIN || error == ENOMEM ? error : 0;
 }
-
-/// Steps of a second, by a clock that nobody sets.
-class SecondSteps {
-public:
-    SecondSteps() { clock_gettime(CLOCK_MONOTONIC, &next_); }
-
-    int Elapsed() const { return elapsed_; }
-    /// Sleeps until the next whole second, whatever signals come.
-    void Sleep()
-    {
-        ++next_.tv_sec;
-        while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next_, nullptr) == EINTR) {
-        }
-        timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        const time_t late = now.tv_sec - next_.tv_sec - (now.tv_nsec < next_.tv_nsec ? 1 : 0);
-        next_.tv_sec += late; // this process may have been stopped
-        elapsed_ += static_cast<int>(late) + 1;
-    }
-
-private:
-    timespec next_;
-    int elapsed_ = 0;
-};
 
 /// Waits for a child; 0 or an errno value.
 int WaitWithoutLimit(int slot, pid_t child, int* status)

@@ -224,10 +224,6 @@ private:
     GrowingStack<OwnedBlock, 64> blocks_;
 };
 
-} // namespace
-
-namespace {
-
 void DetachRecord(char* record, size_t size, const Item* item, int depth);
 
 /// A field that lies in its record: a pointer, or a record, or several of them.

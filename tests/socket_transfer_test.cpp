@@ -246,9 +246,15 @@ TEST(SReceive, WithoutLimitWaits)
     });
     char text[6] = "";
     long size = 5;
+    support::MarkErrorText();
     EXPECT_TRUE(S_Receive(*connection.mine, text, &size, 0));
     EXPECT_STREQ(text, "abcde");
+    EXPECT_SYSTEM_ERROR(ETIME); // which the look before each wait has left
     sender.join();
+    support::WriteAll(connection.peer.Get(), "fghij");
+    support::MarkErrorText();
+    EXPECT_TRUE(S_Receive(*connection.mine, text, &size, 0));
+    EXPECT_TRUE(support::ErrorTextIsMarked()) << "what is there needs no wait";
 }
 
 /// Sends a signal to a thread again and again.

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "../internal/clock.h"
 #include "../internal/guards.h"
 #include "../internal/socket.h"
 
@@ -65,18 +66,11 @@ bool IsFrom(const SocketAddress& sender, const SocketAddress& target)
     return memcmp(&sender.v6.sin6_addr, &target.v6.sin6_addr, sizeof target.v6.sin6_addr) == 0;
 }
 
-timespec Now()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now;
-}
-
 /// Whole seconds and the difference of their milliseconds.
 unsigned long MillisecondsSince(const timespec& start)
 {
     constexpr long kMillisecond = 1'000'000; // in nanoseconds
-    const timespec now = Now();
+    const timespec now = MonotonicNow();
     return static_cast<unsigned long>((now.tv_sec - start.tv_sec) * 1000 + now.tv_nsec / kMillisecond -
                                       start.tv_nsec / kMillisecond);
 }
@@ -204,7 +198,7 @@ BOOL Network_PingHost(const char* IPAddress, int Size, int iTimeOut, unsigned lo
     echo.Seq = __atomic_add_fetch(&g_Sequence, 1, __ATOMIC_RELAXED);
     echo.Size = std::clamp(Size, 0, kMaxEchoPayload);
     MakeEchoRequest(echo, isIPv6, datagram.get());
-    echo.Tick = Now();
+    echo.Tick = MonotonicNow();
     // As with every datagram, nobody learns whether it could be sent.
     Repeat([&] {
         return sendto(socket.Get(), datagram.get(), kEchoHeaderSize + static_cast<size_t>(echo.Size), 0, &target.any,

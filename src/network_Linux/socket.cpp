@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "../internal/clock.h"
 #include "../internal/guards.h"
 #include "../internal/log.h"
 #include "../internal/socket.h"
@@ -27,13 +28,6 @@ constexpr long kNanosecond = 1'000'000'000;
 bool IsPast(const timespec& left)
 {
     return left.tv_sec < 0;
-}
-
-timespec Now()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now;
 }
 
 /// What poll() reports as select() would: an error or a hang-up is something to read, and an error ends waiting to write.
@@ -202,7 +196,7 @@ BOOL IsReady(SOCKET sd, int wanted, int* isReady)
 Deadline::Deadline(long Timeout) : isEndless_(Timeout == 0)
 {
     if (Timeout > 0) {
-        end_ = Now();
+        end_ = MonotonicNow();
         end_.tv_sec += std::min(Timeout, kLongestTimeout);
     }
 }
@@ -213,7 +207,7 @@ const timespec* Deadline::Left()
         return nullptr;
     if (end_.tv_sec == 0)
         return &left_;
-    const timespec now = Now();
+    const timespec now = MonotonicNow();
     left_.tv_sec = end_.tv_sec - now.tv_sec;
     left_.tv_nsec = end_.tv_nsec - now.tv_nsec;
     if (left_.tv_nsec < 0) {
