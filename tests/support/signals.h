@@ -19,8 +19,11 @@ public:
     }
     ~SignalStorm()
     {
-        setitimer(ITIMER_REAL, &oldTimer_, nullptr);
+        const itimerval never = {};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        signal(SIGALRM, SIG_IGN); // what is still on its way is thrown away, not left to the old action
         sigaction(SIGALRM, &old_, nullptr);
+        setitimer(ITIMER_REAL, &oldTimer_, nullptr);
     }
     SignalStorm(const SignalStorm&) = delete;
     SignalStorm& operator=(const SignalStorm&) = delete;
