@@ -1,6 +1,8 @@
 // A certificate as the library tells of it.
 #pragma once
 
+#include <ZKQ_general/base64.h>
+#include <ZKQ_general/error.h>
 #include <ZKQ_general/x509.h>
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -9,6 +11,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "error_text.h"
 
 namespace support {
 
@@ -118,5 +122,47 @@ private:
 
     void* ctx_ = nullptr;
 };
+
+inline char g_sentinel;
+
+/// A certificate that must be refused; the handle stays as it was.
+inline void ExpectRefused(const std::string& bytes, const char* what = "")
+{
+    void* ctx = &g_sentinel;
+    MarkErrorText();
+    EXPECT_EQ(OpenCertificate(bytes, &ctx), EINVAL) << what;
+    EXPECT_EQ(ctx, &g_sentinel) << what;
+    EXPECT_TRUE(ErrorTextIsMarked()) << what;
+}
+
+inline bool IsAccepted(const std::string& bytes)
+{
+    void* ctx = nullptr;
+    const int result = OpenCertificate(bytes, &ctx);
+    EXPECT_EQ(result == 0, ctx != nullptr);
+    EXPECT_TRUE(result == 0 || result == EINVAL) << result;
+    if (ctx != nullptr) {
+        EXPECT_EQ(ZKQGeneral_CloseCert(ctx), 0);
+    }
+    return result == 0;
+}
+
+inline std::string Base64(const std::string& bytes, int columns = 64)
+{
+    char* text = nullptr;
+    EXPECT_TRUE(ZKQGeneral_ConvertToBase64Ex(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                             static_cast<int>(bytes.size()), &text, columns));
+    const std::string result = text;
+    ZKQGeneral_FreeMallocBuffer(text);
+    return result;
+}
+
+inline constexpr char kBegin[] = "-----BEGIN CERTIFICATE-----";
+inline constexpr char kEnd[] = "-----END CERTIFICATE-----";
+
+inline std::string Pem(const std::string& bytes)
+{
+    return std::string(kBegin) + "\n" + Base64(bytes) + "\n" + kEnd + "\n";
+}
 
 } // namespace support
