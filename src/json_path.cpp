@@ -204,6 +204,19 @@ int SetBytes(void* Ctx, const char* Path, const unsigned char* Value, int Length
     return 0;
 }
 
+/// The member of a node that holds its value.
+template <typename T>
+int GetMember(void* Ctx, const char* Path, T cJSON::*member, T* Value)
+{
+    cJSON* node = nullptr;
+    if (const int error = Find(Ctx, Path, false, &node))
+        return error;
+    if (Value == nullptr)
+        return RefuseArgument();
+    *Value = node->*member;
+    return 0;
+}
+
 int GetBytes(void* Ctx, const char* Path, Decode decode, unsigned char** Value, int* Length)
 {
     cJSON* node = nullptr;
@@ -309,24 +322,12 @@ int JSON_Misc_SetInt(void* Ctx, const char* Path, int Value)
 
 int JSON_Misc_GetString(void* Ctx, const char* Path, char** Value)
 {
-    cJSON* node = nullptr;
-    if (const int error = Find(Ctx, Path, false, &node))
-        return error;
-    if (Value == nullptr)
-        return RefuseArgument();
-    *Value = node->valuestring;
-    return 0;
+    return GetMember(Ctx, Path, &cJSON::valuestring, Value);
 }
 
 int JSON_Misc_GetInt(void* Ctx, const char* Path, int* Value)
 {
-    cJSON* node = nullptr;
-    if (const int error = Find(Ctx, Path, false, &node))
-        return error;
-    if (Value == nullptr)
-        return RefuseArgument();
-    *Value = node->valueint;
-    return 0;
+    return GetMember(Ctx, Path, &cJSON::valueint, Value);
 }
 
 int JSON_Misc_SetHexData(void* Ctx, const char* Path, const unsigned char* Value, int Length)

@@ -11,6 +11,7 @@
 
 #include "support/buffer.h"
 #include "support/error_text.h"
+#include "support/profile_rows.h"
 
 namespace {
 
@@ -30,15 +31,7 @@ std::string Get(const char* text, const char* section, const char* key, size_t s
 
 // --- reading values ---
 
-struct ReadRow {
-    const char* name;
-    const char* text;
-    const char* section;
-    const char* key;
-    const char* expected;
-};
-
-const ReadRow kReadRows[] = {
+const support::ReadRow kReadRows[] = {
     {"names without regard to case, first match wins", "[S]\nk=1\nK = 2\n", "s", "k", "1"},
     {"section in other case", "[abC]\nk=1\n", "ABc", "k", "1"},
     {"trimmed at both ends", "[S]\n  k  =  a b  \n", "S", "k", "a b"},
@@ -87,7 +80,7 @@ const ReadRow kReadRows[] = {
 
 TEST(ProfileText, ReadTable)
 {
-    for (const ReadRow& row : kReadRows) {
+    for (const support::ReadRow& row : kReadRows) {
         SCOPED_TRACE(row.name);
         support::MarkErrorText();
         EXPECT_EQ(Get(row.text, row.section, row.key), row.expected);

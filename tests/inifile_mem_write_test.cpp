@@ -9,6 +9,7 @@
 #include <string>
 
 #include "support/error_text.h"
+#include "support/profile_rows.h"
 
 namespace {
 
@@ -71,16 +72,7 @@ void ExpectFailure(const Output& output, int error, const std::string& partial)
     EXPECT_EQ(output.length, kUnset) << "the length is not set after a failure";
 }
 
-struct WriteRow {
-    const char* name;
-    const char* before;
-    const char* section;
-    const char* key;
-    const char* value;
-    const char* after;
-};
-
-const WriteRow kWriteRows[] = {
+const support::WriteRow kWriteRows[] = {
     {"blank lines are dropped", "\n[S]\n\nk=1\n\n\n[T]\nx=2\n\n", "S", "k", "9", "[S]\nk = 9\n[T]\nx=2\n"},
     {"lines of carriage returns alone too", "[S]\r\n\r\nk=1\r\n", "S", "k", "9", "[S]\nk = 9\n"},
     {"lines of blanks are kept", "[S]\n  \nk=1\n", "S", "k", "9", "[S]\n  \nk = 9\n"},
@@ -107,7 +99,7 @@ const WriteRow kWriteRows[] = {
 
 TEST(ProfileTextWrite, Table)
 {
-    for (const WriteRow& row : kWriteRows) {
+    for (const support::WriteRow& row : kWriteRows) {
         SCOPED_TRACE(row.name);
         support::MarkErrorText();
         ExpectSuccess(Write(row.before, row.section, row.key, row.value), row.after);

@@ -13,6 +13,7 @@
 #include "support/child.h"
 #include "support/error_text.h"
 #include "support/paths.h"
+#include "support/profile_rows.h"
 #include "support/temp_dir.h"
 #include "support/working_dir.h"
 
@@ -166,16 +167,7 @@ TEST_F(ProfileFile, ReadersDoNotWrite)
 
 // --- writing ---
 
-struct WriteRow {
-    const char* name;
-    const char* before;
-    const char* section;
-    const char* key;
-    const char* value;
-    const char* after;
-};
-
-const WriteRow kWriteRows[] = {
+const support::WriteRow kWriteRows[] = {
     {"replaced, blank lines stay", "[S]\nk=1\n\n[T]\nx=2\n", "S", "k", "9", "[S]\nk = 9\n\n[T]\nx=2\n"},
     {"new key behind the blank lines", "[S]\nk=1\n\n[T]\nx=2\n", "S", "n", "5", "[S]\nk=1\n\nn = 5\n[T]\nx=2\n"},
     {"new key behind the comments", "[S]\nk=1\n#c\n;d\n[T]\n", "S", "n", "5", "[S]\nk=1\n#c\n;d\nn = 5\n[T]\n"},
@@ -222,7 +214,7 @@ const WriteRow kWriteRows[] = {
 
 TEST_F(ProfileFile, WriteTable)
 {
-    for (const WriteRow& row : kWriteRows) {
+    for (const support::WriteRow& row : kWriteRows) {
         SCOPED_TRACE(row.name);
         Put(row.before);
         support::MarkErrorText();

@@ -13,29 +13,6 @@ namespace {
 
 using namespace support;
 
-/// A decoding of the bytes of one field, and what comes of it.
-template <class T>
-struct Row {
-    const char* bytes;
-    int result;
-    std::function<bool(const T&)> holds;
-};
-
-template <class T>
-void CheckRows(const GENERAL_MSG_ITEM* it, const std::vector<Row<T>>& rows)
-{
-    for (const Row<T>& row : rows) {
-        const ExactBytes input(Tlv(0x30, FromHex(row.bytes)));
-        const Zeroed<T> record;
-        EXPECT_EQ(ZKQGeneral_MSG_d2i(record.Get(), sizeof(T), input.Data(), input.Size(), it, 0), row.result)
-            << row.bytes;
-        if (row.holds) {
-            EXPECT_TRUE(row.holds(*record.Get())) << row.bytes;
-        }
-        ZKQGeneral_MSG_free(record.Get(), it, 0, 0);
-    }
-}
-
 struct Integers {
     int64_t i64;
     void* ptr;
@@ -45,15 +22,16 @@ ZKQ_MSG_RECORD_ITEM(Integers_it, kIntegers)
 
 TEST(MessageDecode, IntegersAreOfTheirSize)
 {
-    CheckRows<Integers>(Integers_it(), {{"02 08 01 02 03 04 05 06 07 08", 0,
-                                         [](const Integers& r) { return r.i64 == 0x0102030405060708; }},
-                                        {"02 07 01 02 03 04 05 06 07", -8, nullptr},
-                                        {"02 09 01 02 03 04 05 06 07 08 09", -8, nullptr},
-                                        {"02 00", -8, nullptr},
-                                        {"02 08 00 00 00 00 00 00 00 00 03 08 00 00 00 00 00 00 00 ff", 0,
-                                         [](const Integers& r) { return r.ptr == reinterpret_cast<void*>(255); }},
-                                        {"02 08 00 00 00 00 00 00 00 00 03 04 00 00 00 01", -8, nullptr},
-                                        {"02 08 00 00 00 00 00 00 00 00 02 08 00 00 00 00 00 00 00 01", -6, nullptr}});
+    CheckFields<Integers>(
+        Integers_it(),
+        {{"02 08 01 02 03 04 05 06 07 08", 0, [](const Integers& r) { return r.i64 == 0x0102030405060708; }},
+         {"02 07 01 02 03 04 05 06 07", -8, nullptr},
+         {"02 09 01 02 03 04 05 06 07 08 09", -8, nullptr},
+         {"02 00", -8, nullptr},
+         {"02 08 00 00 00 00 00 00 00 00 03 08 00 00 00 00 00 00 00 ff", 0,
+          [](const Integers& r) { return r.ptr == reinterpret_cast<void*>(255); }},
+         {"02 08 00 00 00 00 00 00 00 00 03 04 00 00 00 01", -8, nullptr},
+         {"02 08 00 00 00 00 00 00 00 00 02 08 00 00 00 00 00 00 00 01", -6, nullptr}});
 }
 
 struct Texts {
@@ -65,7 +43,7 @@ ZKQ_MSG_RECORD_ITEM(Texts_it, kTexts)
 
 TEST(MessageDecode, TextsFitAndEnd)
 {
-    CheckRows<Texts>(
+    CheckFields<Texts>(
         Texts_it(),
         {{"04 04 61 62 63 00", 0, [](const Texts& r) { return strcmp(r.text, "abc") == 0; }},
          {"04 02 61 62", 0, [](const Texts& r) { return strcmp(r.text, "ab") == 0; }}, // the buffer was zeroed
@@ -94,16 +72,16 @@ ZKQ_MSG_RECORD_ITEM(Buffers_it, kBuffers)
 
 TEST(MessageDecode, BuffersHoldWhatFits)
 {
-    CheckRows<Buffers>(Buffers_it(),
-                       {{"06 04 01 02 03 04", 0, [](const Buffers& r) { return r.byteCount == 4 && r.bytes[3] == 4; }},
-                        {"06 00", 0, [](const Buffers& r) { return r.byteCount == 0; }},
-                        {"06 05 01 02 03 04 05", -3, [](const Buffers& r) { return r.byteCount == 0; }},
-                        {"06 00 08 08 00 00 00 01 ff ff ff ff", 0,
-                         [](const Buffers& r) { return r.intCount == 2 && r.ints[0] == 1 && r.ints[1] == -1; }},
-                        {"06 00 08 0c 00 00 00 01 00 00 00 02 00 00 00 03", -3, nullptr},
-                        {"06 00 08 07 00 00 00 01 aa bb cc", 0,
-                         [](const Buffers& r) { return r.intCount == 1 && r.ints[0] == 1; }}, // whole ones count
-                        {"06 00 08 03 01 02 03", 0, [](const Buffers& r) { return r.intCount == 0; }}});
+    CheckFields<Buffers>(
+        Buffers_it(), {{"06 04 01 02 03 04", 0, [](const Buffers& r) { return r.byteCount == 4 && r.bytes[3] == 4; }},
+                       {"06 00", 0, [](const Buffers& r) { return r.byteCount == 0; }},
+                       {"06 05 01 02 03 04 05", -3, [](const Buffers& r) { return r.byteCount == 0; }},
+                       {"06 00 08 08 00 00 00 01 ff ff ff ff", 0,
+                        [](const Buffers& r) { return r.intCount == 2 && r.ints[0] == 1 && r.ints[1] == -1; }},
+                       {"06 00 08 0c 00 00 00 01 00 00 00 02 00 00 00 03", -3, nullptr},
+                       {"06 00 08 07 00 00 00 01 aa bb cc", 0,
+                        [](const Buffers& r) { return r.intCount == 1 && r.ints[0] == 1; }}, // whole ones count
+                       {"06 00 08 03 01 02 03", 0, [](const Buffers& r) { return r.intCount == 0; }}});
 }
 
 struct Pointers {
@@ -126,7 +104,7 @@ int First(const int* ints)
 
 TEST(MessageDecode, PointersLeadIntoTheInput)
 {
-    CheckRows<Pointers>(
+    CheckFields<Pointers>(
         Pointers_it(),
         {{"07 02 01 02", 0, [](const Pointers& r) { return r.byteCount == 2 && r.bytes[1] == 2; }},
          {"07 00 09 04 00 00 00 05", 0,
@@ -160,13 +138,13 @@ TEST(MessageDecode, RecordsEndWhereTheySay)
     const auto is = [](int value, int after) {
         return [=](const Embedded& r) { return r.leaf.value == value && r.after == after; };
     };
-    CheckRows<Embedded>(Embedded_it(),
-                        {{"30 06 01 04 00 00 00 01 01 04 00 00 00 02", 0, is(1, 2)},
-                         {"30 08 01 04 00 00 00 01 ee ee 01 04 00 00 00 02", 0, is(1, 2)}, // the rest of it is skipped
-                         {"30 00 01 04 00 00 00 02", 0, is(0, 2)},
-                         {"30 03 01 04 00 00 00 01 01 04 00 00 00 02", -3, nullptr}, // its field goes beyond it
-                         {"30 01 01 01 04 00 00 00 02", -3, nullptr},
-                         {"30 0e 01 04 00 00 00 01 01 04 00 00 00 02", -3, nullptr}});
+    CheckFields<Embedded>(
+        Embedded_it(), {{"30 06 01 04 00 00 00 01 01 04 00 00 00 02", 0, is(1, 2)},
+                        {"30 08 01 04 00 00 00 01 ee ee 01 04 00 00 00 02", 0, is(1, 2)}, // the rest of it is skipped
+                        {"30 00 01 04 00 00 00 02", 0, is(0, 2)},
+                        {"30 03 01 04 00 00 00 01 01 04 00 00 00 02", -3, nullptr}, // its field goes beyond it
+                        {"30 01 01 01 04 00 00 00 02", -3, nullptr},
+                        {"30 0e 01 04 00 00 00 01 01 04 00 00 00 02", -3, nullptr}});
 }
 
 struct Lists {
@@ -182,7 +160,7 @@ ZKQ_MSG_RECORD_ITEM(Lists_it, kLists)
 TEST(MessageDecode, ArraysAreCounted)
 {
     const auto isNone = [](const Lists& r) { return r.pointed == nullptr; };
-    CheckRows<Lists>(
+    CheckFields<Lists>(
         Lists_it(),
         {{"40 04 00 00 00 00 40 04 00 00 00 01 30 06 01 04 00 00 00 05", 0,
           [](const Lists& r) { return r.insideCount == 0 && r.pointedCount == 1 && r.pointed[0].value == 5; }},

@@ -398,64 +398,41 @@ TEST(MessageDer, TrailingFieldsMayBeMissing)
     EXPECT_EQ(all->i64, 0);
 }
 
-/// A decoding of hexadecimal bytes, and what comes of it.
-template <class T>
-struct Row {
-    const char* bytes;
-    int result;
-    std::function<bool(const T&)> holds;
-};
-
-template <class T>
-void CheckRows(const GENERAL_MSG_ITEM* it, const std::vector<Row<T>>& rows)
-{
-    for (const Row<T>& row : rows) {
-        const ExactBytes input(FromHex(row.bytes));
-        const Zeroed<T> record;
-        EXPECT_EQ(ZKQGeneral_MSG_d2i(record.Get(), sizeof(T), input.Data(), input.Size(), it, 0), row.result)
-            << row.bytes;
-        if (row.holds) {
-            EXPECT_TRUE(row.holds(*record.Get())) << row.bytes;
-        }
-        ZKQGeneral_MSG_free(record.Get(), it, 0, 0);
-    }
-}
-
 TEST(MessageDer, ChecksHeadersInTheirOrder)
 {
     const auto isOne = [](const Leaf& leaf) { return leaf.value == 1; };
     const auto isNone = [](const Leaf& leaf) { return leaf.value == 0; };
-    CheckRows<Leaf>(Leaf_it(), {
-                                   {"", -3, isNone},
-                                   {"30", -3, isNone},
-                                   {"30 06 01 04 00 00 00", -3, isNone},  // the record is longer than the input
-                                   {"10 06 01 04 00 00 00 01", 0, isOne}, // five bits of the tag count
-                                   {"31 06 01 04 00 00 00 01", -6, isNone},
-                                   {"31 07 01 04 00 00 00 01", -3, isNone}, // length before tag
-                                   {"31 85 01 04 00 00 00 01", -5, isNone}, // and the length's own form before that
-                                   {"30 81 06 01 04 00 00 00 01", 0, isOne},
-                                   {"30 84 00 00 00 06 01 04 00 00 00 01", 0, isOne},
-                                   {"30 85 00 00 00 00 06 01 04 00 00 00 01", -5, isNone},
-                                   {"30 ff 00 00 00 00 06", -5, isNone},
-                                   {"30 80 01 04 00 00 00 01", 0, isNone}, // no bytes of length: nothing in it
-                                   {"30 82 01", -3, isNone},
-                                   {"30 84 ff ff ff ff", -5, isNone},
-                                   {"30 84 01 00 00 00", -5, isNone},
-                                   {"30 83 ff ff ff", -3, isNone},
-                                   {"30 02 01 00", -8, isNone},
-                                   {"30 05 01 03 00 00 00", -8, isNone},
-                                   {"30 07 01 05 00 00 00 00 01", -8, isNone},
-                                   {"30 06 02 04 00 00 00 01", -6, isNone},
-                                   {"30 06 01 05 00 00 00 01", -3, isNone}, // longer than the record it is in
-                                   {"30 01 01", -3, isNone},
-                                   {"30 09 01 04 00 00 00 01 99 99 99", 0, isOne}, // more than the template has
-                               });
+    CheckRecords<Leaf>(Leaf_it(), {
+                                      {"", -3, isNone},
+                                      {"30", -3, isNone},
+                                      {"30 06 01 04 00 00 00", -3, isNone},  // the record is longer than the input
+                                      {"10 06 01 04 00 00 00 01", 0, isOne}, // five bits of the tag count
+                                      {"31 06 01 04 00 00 00 01", -6, isNone},
+                                      {"31 07 01 04 00 00 00 01", -3, isNone}, // length before tag
+                                      {"31 85 01 04 00 00 00 01", -5, isNone}, // and the length's own form before that
+                                      {"30 81 06 01 04 00 00 00 01", 0, isOne},
+                                      {"30 84 00 00 00 06 01 04 00 00 00 01", 0, isOne},
+                                      {"30 85 00 00 00 00 06 01 04 00 00 00 01", -5, isNone},
+                                      {"30 ff 00 00 00 00 06", -5, isNone},
+                                      {"30 80 01 04 00 00 00 01", 0, isNone}, // no bytes of length: nothing in it
+                                      {"30 82 01", -3, isNone},
+                                      {"30 84 ff ff ff ff", -5, isNone},
+                                      {"30 84 01 00 00 00", -5, isNone},
+                                      {"30 83 ff ff ff", -3, isNone},
+                                      {"30 02 01 00", -8, isNone},
+                                      {"30 05 01 03 00 00 00", -8, isNone},
+                                      {"30 07 01 05 00 00 00 00 01", -8, isNone},
+                                      {"30 06 02 04 00 00 00 01", -6, isNone},
+                                      {"30 06 01 05 00 00 00 01", -3, isNone}, // longer than the record it is in
+                                      {"30 01 01", -3, isNone},
+                                      {"30 09 01 04 00 00 00 01 99 99 99", 0, isOne}, // more than the template has
+                                  });
 }
 
 TEST(MessageDer, ComparesFiveBitsOfATag)
 {
     // 0x81 & 0x1F is 1, so it is an INT32 as well.
-    CheckRows<Leaf>(Leaf_it(), {{"f0 06 e1 04 00 00 00 01", 0, [](const Leaf& leaf) { return leaf.value == 1; }}});
+    CheckRecords<Leaf>(Leaf_it(), {{"f0 06 e1 04 00 00 00 01", 0, [](const Leaf& leaf) { return leaf.value == 1; }}});
 }
 
 } // namespace

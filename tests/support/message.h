@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -195,6 +196,42 @@ bool IsZero(const T& record)
 {
     const std::vector<char> zeros(sizeof(T));
     return memcmp(&record, zeros.data(), sizeof(T)) == 0;
+}
+
+/// A decoding of hexadecimal bytes, and what comes of it.
+template <class T>
+struct Row {
+    const char* bytes;
+    int result;
+    std::function<bool(const T&)> holds;
+};
+
+template <class T>
+void CheckDecodings(const GENERAL_MSG_ITEM* it, const std::vector<Row<T>>& rows,
+                    const std::function<std::string(const std::string&)>& enclose)
+{
+    for (const Row<T>& row : rows) {
+        const ExactBytes input(enclose(FromHex(row.bytes)));
+        const Zeroed<T> record;
+        EXPECT_EQ(ZKQGeneral_MSG_d2i(record.Get(), sizeof(T), input.Data(), input.Size(), it, 0), row.result)
+            << row.bytes;
+        if (row.holds) {
+            EXPECT_TRUE(row.holds(*record.Get())) << row.bytes;
+        }
+        ZKQGeneral_MSG_free(record.Get(), it, 0, 0);
+    }
+}
+/// Each row is a whole record.
+template <class T>
+void CheckRecords(const GENERAL_MSG_ITEM* it, const std::vector<Row<T>>& rows)
+{
+    CheckDecodings<T>(it, rows, [](const std::string& bytes) { return bytes; });
+}
+/// Each row is what stands in a record.
+template <class T>
+void CheckFields(const GENERAL_MSG_ITEM* it, const std::vector<Row<T>>& rows)
+{
+    CheckDecodings<T>(it, rows, [](const std::string& bytes) { return Tlv(0x30, bytes); });
 }
 
 } // namespace support

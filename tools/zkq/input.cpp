@@ -1,5 +1,7 @@
 #include "input.h"
 
+#include <ZKQ_general/error.h>
+#include <ZKQ_general/file.h>
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
@@ -7,6 +9,7 @@
 #include <memory>
 
 #include "failure.h"
+#include "paths.h"
 
 std::string InputName(const std::string& file)
 {
@@ -30,4 +33,17 @@ std::string ReadInput(const std::string& file)
     if (ferror(stream))
         throw SystemFailure(what, errno);
     return bytes;
+}
+
+std::string ReadRegularFile(const std::string& file)
+{
+    RequireRegular(file);
+    RequireLength(file);
+    unsigned char* content = nullptr;
+    int size = 0;
+    if (!ZKQGeneral_GetFileContent(Resolved(file).c_str(), &content, &size))
+        throw LibraryFailure("cannot read " + file);
+    const std::unique_ptr<unsigned char, decltype(&ZKQGeneral_FreeMallocBuffer)> owner(content,
+                                                                                       &ZKQGeneral_FreeMallocBuffer);
+    return {reinterpret_cast<char*>(content), static_cast<size_t>(size)};
 }

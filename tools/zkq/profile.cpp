@@ -1,6 +1,7 @@
 #include "profile.h"
 
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/error.h>
 #include <ZKQ_general/inifile.h>
 #include <string.h>
 #include <strings.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "input.h"
 #include "paths.h"
 
 namespace {
@@ -89,17 +91,7 @@ std::string Described(const std::string& section, const std::string& key)
 
 } // namespace
 
-Profile::Profile(const std::string& file) : file_(file)
-{
-    RequireRegular(file);
-    RequireLength(file);
-    unsigned char* content = nullptr;
-    int size = 0;
-    if (!ZKQGeneral_GetFileContent(Resolved(file).c_str(), &content, &size))
-        throw LibraryFailure("cannot read " + file);
-    text_.reset(reinterpret_cast<char*>(content));
-    size_ = static_cast<size_t>(size);
-}
+Profile::Profile(const std::string& file) : file_(file), text_(ReadRegularFile(file)) {}
 
 Failure Profile::Malformed() const
 {
@@ -109,7 +101,7 @@ Failure Profile::Malformed() const
 std::optional<std::string> Profile::Value(const std::string& section, const std::string& key) const
 {
     const ErrorMark mark;
-    std::optional<std::string> value = Find(text_.get(), section, key);
+    std::optional<std::string> value = Find(text_.c_str(), section, key);
     if (!value && mark.Changed())
         throw Malformed();
     return value;
@@ -119,14 +111,14 @@ int Profile::Number(const std::string& section, const std::string& key) const
 {
     if (!Value(section, key))
         return 0;
-    return static_cast<int>(ZKQGeneral_GetPrivateProfileInt_Mem(section.c_str(), key.c_str(), 0, text_.get()));
+    return static_cast<int>(ZKQGeneral_GetPrivateProfileInt_Mem(section.c_str(), key.c_str(), 0, text_.c_str()));
 }
 
 std::vector<std::string> Profile::Sections() const
 {
     const ErrorMark mark;
     std::vector<std::string> names = AllNames([this](char* buffer, DWORD size) {
-        return ZKQGeneral_GetPrivateProfileSectionNames_Mem(buffer, size, text_.get());
+        return ZKQGeneral_GetPrivateProfileSectionNames_Mem(buffer, size, text_.c_str());
     });
     if (mark.Changed())
         throw Malformed();
@@ -137,7 +129,7 @@ std::vector<std::string> Profile::Keys(const std::string& section) const
 {
     const ErrorMark mark;
     std::vector<std::string> names = AllNames([&](char* buffer, DWORD size) {
-        return ZKQGeneral_GetPrivateProfileItemNames_Mem(section.c_str(), buffer, size, text_.get());
+        return ZKQGeneral_GetPrivateProfileItemNames_Mem(section.c_str(), buffer, size, text_.c_str());
     });
     if (mark.Changed())
         throw Malformed();
@@ -154,12 +146,12 @@ bool Profile::HasSection(const std::string& section) const
 
 void Profile::RequireWellFormed() const
 {
-    if (strlen(text_.get()) != size_)
+    if (strlen(text_.c_str()) != text_.size())
         throw Failure("cannot change " + file_, "The file holds NUL bytes and is no text");
     // Taking out a key that no line can hold copies the text line by line, and stops at a bad one.
     char* copy = nullptr;
     int length = 0;
-    const BOOL done = ZKQGeneral_WritePrivateProfileString_Mem(text_.get(), "", "\n", nullptr, &copy, &length);
+    const BOOL done = ZKQGeneral_WritePrivateProfileString_Mem(text_.c_str(), "", "\n", nullptr, &copy, &length);
     ZKQGeneral_FreeMallocBuffer(copy);
     if (!done)
         throw Malformed();

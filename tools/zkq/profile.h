@@ -2,12 +2,9 @@
 // be read back.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <ZKQ_general/error.h>
 
 #include "failure.h"
 
@@ -25,14 +22,10 @@ public:
     void RequireWellFormed() const;
 
 private:
-    struct Release {
-        void operator()(char* buffer) const { ZKQGeneral_FreeMallocBuffer(buffer); }
-    };
     Failure Malformed() const;
 
     std::string file_;
-    std::unique_ptr<char, Release> text_;
-    size_t size_ = 0;
+    std::string text_;
 };
 
 void SetProfileValue(const std::string& file, const std::string& section, std::string key, std::string value);

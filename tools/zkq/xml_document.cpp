@@ -3,7 +3,6 @@
 #include <ZKQ_general/TamorXml.h>
 #include <ZKQ_general/WQXXMLH.h>
 #include <ZKQ_general/error.h>
-#include <ZKQ_general/file.h>
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -18,26 +17,13 @@
 
 #include "charset.h"
 #include "failure.h"
-#include "paths.h"
+#include "input.h"
 #include "replacement.h"
 
 namespace {
 
 constexpr int kBadPath = 20; // also for an element that is not there
 constexpr char kNewHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-
-std::string Content(const std::string& file)
-{
-    RequireRegular(file);
-    RequireLength(file);
-    unsigned char* content = nullptr;
-    int size = 0;
-    if (!ZKQGeneral_GetFileContent(Resolved(file).c_str(), &content, &size))
-        throw LibraryFailure("cannot read " + file);
-    const std::unique_ptr<unsigned char, decltype(&ZKQGeneral_FreeMallocBuffer)> owner(content,
-                                                                                       &ZKQGeneral_FreeMallocBuffer);
-    return {reinterpret_cast<char*>(content), static_cast<size_t>(size)};
-}
 
 class Descriptor {
 public:
@@ -68,7 +54,7 @@ XmlDocument::XmlDocument(const std::string& file, Missing missing) : file_(file)
 {
     std::error_code ignored;
     if (missing == Missing::kFails || std::filesystem::exists(file, ignored))
-        text_ = ReadXmlText(file, Content(file));
+        text_ = ReadXmlText(file, ReadRegularFile(file));
     else
         text_.head = kNewHead;
     Load();
