@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the benchmarks, runs the named groups (default: all) and prints one table of the library against its peers.
+# Builds and runs the benchmarks. All of them renew the tables and plots of docs/benchmarks.md; of the named groups the
+# tables are printed.
 #
 # Groups: log, inifile, file-small, file-large, string, msgpacket, iconv, base64, md5, zlib, mycab, xml, table, json,
 # x509_message, x509_certificate, socket, http, netcard, system, syncobject.
@@ -34,6 +35,7 @@ run() {
     fi
 }
 
+scripts/setup.sh bench >&2
 cmake --preset bench >&2
 cmake --build --preset bench -j "${ZKQ_BENCH_JOBS:-2}" >&2
 
@@ -69,7 +71,13 @@ for group in "${groups[@]}"; do
     esac
 done
 
-echo "CPU: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) processors"
-echo "Kernel: $(uname -sr), file system: $(df --output=fstype "${ZKQ_BENCH_DIR:-$build}" | tail -n 1)"
-echo
-scripts/bench_table.py "$results"/*.json
+machine="$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) processors, $(uname -sr), files on \
+$(df --output=fstype "${ZKQ_BENCH_DIR:-$build}" | tail -n 1), $("${CXX:-c++}" --version | head -n 1), $repetitions repetitions"
+if (($# > 0)); then
+    echo "$machine"
+    echo
+    scripts/bench_table.py "$results"/*.json
+else
+    scripts/bench_table.py --page docs/benchmarks.md "$machine" "$results"/*.json
+    echo "bench: docs/benchmarks.md and docs/plots are renewed"
+fi

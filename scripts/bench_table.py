@@ -1,11 +1,22 @@
 #!/usr/bin/env python3
-"""Prints the library against its peers as one Markdown table, from the JSON files of Google Benchmark."""
+"""The library against its peers as Markdown tables, from the JSON files of Google Benchmark.
+
+    bench_table.py RESULT.json...                      prints them
+    bench_table.py --page PAGE.md MACHINE RESULT.json...   renews them on a page, with the plots beside it
+
+On a page each line "<!-- results: FAMILY -->" is followed by the tables of the benchmarks whose names begin so, up to the line
+"<!-- end -->"; "bars" and "machine" stand for what their names say.
+"""
 
 import json
 import math
+import pathlib
 import re
 import statistics
+import subprocess
 import sys
+
+import bench_plots
 
 # Two programs that make the same system calls still differ by a few percent from run to run.
 NO_SLOWER = 1.05
@@ -250,47 +261,93 @@ def verdict(value, bar):
     return "" if bar is None else "met" if value <= bar else "missed"
 
 
-def line(*cells):
-    print("| " + " | ".join(cells) + " |")
+def table_line(*cells):
+    return "| " + " | ".join(cells) + " |"
 
 
-def print_ratios(times):
-    line("What", "Ours", "Peer", "Peer's time", "Ratio", "Bar", "Spread", "")
-    line("---", "---:", "---", "---:", "---:", "---:", "---:", "---")
+def measured_ratios(times):
+    """Yields (what, our benchmark, our time, peer, its time, ratio, bar or None, spread) of all that was measured."""
     for what, ours, peer, parts, bar in rows():
         names = [ours] + [name for _, name in parts]
         if any(name not in times for name in names):
             continue
         our_time = statistics.median(times[ours])
         peer_time = sum(factor * statistics.median(times[name]) for factor, name in parts)
-        ratio = our_time / peer_time
         noise = max(spread(times[name]) for name in names)
-        line(what, show_time(our_time), peer, show_time(peer_time), f"{ratio:.3g}", f"{bar:.3g}" if bar else "",
-             f"{noise:.0%}", verdict(ratio, bar) + (", unsteady" if bar and noise > UNSTEADY else ""))
+        yield what, ours, our_time, peer, peer_time, our_time / peer_time, bar, noise
 
 
-def print_growth(times):
-    measured = [row for row in GROWTH
-                if all(f"{name}/{size}" in times for name in (row[1], row[3]) if name for size in row[4])]
-    if not measured:
-        return
-    print()
-    line("Growth with the input (1 is linear)", "Ours", "Peer", "Peer's", "Bar", "")
-    line("---", "---:", "---", "---:", "---:", "---")
-    for what, ours, peer, peer_name, sizes in measured:
-        slope = exponent(times, ours, sizes)
-        peer_slope = f"{exponent(times, peer_name, sizes):.2f}" if peer_name else ""
-        line(what, f"{slope:.2f}", peer or "", peer_slope, f"{LINEAR}", verdict(slope, LINEAR))
+def measured_growth(times):
+    """Yields (what, our benchmark, our exponent, peer, its exponent or None)."""
+    for what, ours, peer, peer_name, sizes in GROWTH:
+        if all(f"{name}/{size}" in times for name in (ours, peer_name) if name for size in sizes):
+            yield what, ours, exponent(times, ours, sizes), peer, exponent(times, peer_name, sizes) if peer_name else None
+
+
+def tables(times, family=""):
+    """The lines of both tables of one family, or of all."""
+    ratios = [table_line(what, show_time(our_time), peer, show_time(peer_time), f"{ratio:.3g}", f"{bar:.3g}" if bar else "",
+                         f"{noise:.0%}", verdict(ratio, bar) + (", unsteady" if bar and noise > UNSTEADY else ""))
+              for what, ours, our_time, peer, peer_time, ratio, bar, noise in measured_ratios(times)
+              if ours.startswith(family)]
+    growth = [table_line(what, f"{slope:.2f}", peer or "", "" if peer_slope is None else f"{peer_slope:.2f}", f"{LINEAR}",
+                         verdict(slope, LINEAR))
+              for what, ours, slope, peer, peer_slope in measured_growth(times) if ours.startswith(family)]
+    if ratios:
+        ratios = [table_line("What", "Ours", "Peer", "Peer's time", "Ratio", "Bar", "Spread", ""),
+                  table_line("---", "---:", "---", "---:", "---:", "---:", "---:", "---")] + ratios
+    if growth:
+        growth = [table_line("Growth with the input (1 is linear)", "Ours", "Peer", "Peer's", "Bar", ""),
+                  table_line("---", "---:", "---", "---:", "---:", "---")] + growth
+    return ratios + ([""] if ratios and growth else []) + growth
+
+
+def bars(times):
+    """The lines that count the bars and list the ones that are missed."""
+    rated = [(what, peer, ratio, bar) for what, _, _, peer, _, ratio, bar, _ in measured_ratios(times) if bar]
+    missed = [row for row in rated if row[2] > row[3]]
+    slopes = [(what, slope) for what, _, slope, _, _ in measured_growth(times)]
+    steep = [row for row in slopes if row[1] > LINEAR]
+    lines = [f"{len(rated) - len(missed)} of {len(rated)} bars on ratios are met, and {len(slopes) - len(steep)} of "
+             f"{len(slopes)} on growth."]
+    if missed:
+        lines += ["", table_line("Missed", "Peer", "Ratio", "Bar"), table_line("---", "---", "---:", "---:")]
+        lines += [table_line(what, peer, f"{ratio:.3g}", f"{bar:.3g}") for what, peer, ratio, bar in missed]
+    if steep:
+        lines += ["", table_line("Missed", "Growth", "Bar"), table_line("---", "---:", "---:")]
+        lines += [table_line(what, f"{slope:.2f}", f"{LINEAR}") for what, slope in steep]
+    return lines
+
+
+def renew(page, machine, times):
+    """Replaces what stands in the marked places of a page; raises ValueError if a family has nothing to show."""
+    def region(match):
+        name = match[1]
+        lines = [machine] if name == "machine" else bars(times) if name == "bars" else tables(times, name)
+        if not lines:
+            raise ValueError(f"{page}: nothing was measured for {name}")
+        return "\n".join([f"<!-- results: {name} -->", *lines, "<!-- end -->"])
+
+    with open(page, encoding="utf-8") as file:
+        text = file.read()
+    text = re.sub(r"<!-- results: (\S+) -->\n.*?<!-- end -->", region, text, flags=re.DOTALL)
+    with open(page, "w", encoding="utf-8") as file:
+        file.write(text)
 
 
 def main():
+    arguments = sys.argv[1:]
     try:
-        times = load(sys.argv[1:])
-    except (OSError, ValueError, KeyError) as error:
+        if arguments[:1] == ["--page"]:
+            page, machine, *results = arguments[1:]
+            times = load(results)
+            renew(page, machine, times)
+            bench_plots.draw(pathlib.Path(page).parent / "plots", times)
+        else:
+            print("\n".join(tables(load(arguments))))
+    except (OSError, ValueError, KeyError, subprocess.CalledProcessError) as error:
         print(f"bench_table.py: {error}", file=sys.stderr)
         return 1
-    print_ratios(times)
-    print_growth(times)
     return 0
 
 

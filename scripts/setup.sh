@@ -19,6 +19,7 @@ bench=(
     libpugixml-dev libxml2-dev shared-mime-info iso-codes
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
     libprotobuf-c-dev protobuf-c-compiler libcurl4-openssl-dev libmnl-dev
+    gnuplot-nox # plots
 )
 checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 
