@@ -10,6 +10,7 @@ A line in front of a fenced block says where its text comes from:
     <!-- code: examples/FILE REGION -->     what stands between /* [REGION] */ and /* [REGION end] */, or // [REGION], dedented
     <!-- output: examples/FILE -->          what the program prints
     <!-- output: examples/FILE 1-7 -->      some lines of that
+    <!-- output: examples/FILE NAME -->     what follows the line "== NAME", to the next such line; blanks in the name as "_"
     <!-- file: examples/FILE NAME -->       the file NAME that it leaves in its working directory
 
 Outputs and files are looked at with --programs, the directory in which the programs have been built.
@@ -81,8 +82,14 @@ class Programs:
         lines = self.run(source)[0].decode().splitlines()
         if span is None:
             return lines
-        first, last = (int(number) for number in span.split("-"))
-        return lines[first - 1:last]
+        if re.fullmatch(r"\d+-\d+", span):
+            first, last = (int(number) for number in span.split("-"))
+            return lines[first - 1:last]
+        heading = "== " + span.replace("_", " ")
+        if heading not in lines:
+            raise DocError(f"{source} does not print {heading}")
+        rest = lines[lines.index(heading) + 1:]
+        return rest[:next((i for i, line in enumerate(rest) if line.startswith("== ")), len(rest))]
 
     def file(self, source, name):
         files = self.run(source)[1]
