@@ -1,5 +1,8 @@
 # The manual pages of section 3, out of the comments in the headers: made again when one of these changes, in two seconds.
-# A build without doxygen or python3 has none, and says so once.
+# A build without doxygen or python3 has none, and says so; one that is instrumented is not shipped.
+if(ZKQ_SANITIZE OR ZKQ_COVERAGE OR ZKQ_BUILD_FUZZ)
+  set(ZKQ_BUILD_MAN OFF)
+endif()
 if(ZKQ_BUILD_MAN)
   find_program(ZKQ_DOXYGEN doxygen)
   find_program(ZKQ_PYTHON python3)
