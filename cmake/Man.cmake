@@ -19,7 +19,7 @@ if(ZKQ_BUILD_MAN)
     COMMAND ${ZKQ_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/man_pages.py --doxygen ${ZKQ_DOXYGEN}
       --version ${PROJECT_VERSION} --output ${ZKQ_MAN_DIR}
     COMMAND ${CMAKE_COMMAND} -E touch ${PROJECT_BINARY_DIR}/man/pages
-    DEPENDS ${headers} scripts/man_pages.py docs/Doxyfile
+    DEPENDS ${headers} scripts/man_pages.py docs/Doxyfile src/libZKQ_general.map
     COMMENT "Making the manual pages"
     VERBATIM)
   add_custom_target(man ALL DEPENDS ${PROJECT_BINARY_DIR}/man/pages)

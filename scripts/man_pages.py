@@ -15,12 +15,14 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import textwrap
 import xml.etree.ElementTree as ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LIBRARY = "libZKQ_general"
 SEE_ALSO_LIMIT = 12
 PROTOTYPE_WIDTH = 72
+SOURCE_WIDTH = 78
 ERROR_TEXT = "ZKQGeneral_GetGeneralErrorInfo"
 
 # Doxygen reads the settings of the reference; these come after them.
@@ -28,6 +30,7 @@ SETTINGS = """
 @INCLUDE = docs/Doxyfile
 OUTPUT_DIRECTORY = {output}
 INPUT = include
+FILE_PATTERNS = *.h
 USE_MDFILE_AS_MAINPAGE =
 GENERATE_HTML = NO
 GENERATE_XML = YES
@@ -206,8 +209,14 @@ def header_of(node, headers):
     return headers.setdefault(name, Header(name))
 
 
+def exported_names():
+    """The functions that have pages: those that the shared object exports."""
+    return set(re.findall(r"^ +(\w+);", (ROOT / "src/libZKQ_general.map").read_text(), re.MULTILINE))
+
+
 def read_xml(directory):
     headers = {}
+    exported = exported_names()
     seen = set()  # members of a group stand in their file, too
     for path in sorted(pathlib.Path(directory).glob("*.xml")):
         compound = ElementTree.parse(path).getroot().find("compounddef")
@@ -232,7 +241,7 @@ def read_xml(directory):
             if key in seen:
                 continue
             seen.add(key)
-            if member == "function":
+            if member == "function" and key[1] in exported:
                 header.functions.append(Function(node, header))
             elif member == "enum":
                 header.enums.append(node)
@@ -402,6 +411,22 @@ def header_page(header, names, version):
     return page
 
 
+def layout(lines):
+    """Filled text in short lines, and no paragraph break where a heading has made one."""
+    result, filled = [], True
+    for line in lines:
+        if line in (".nf", ".fi"):
+            filled = line == ".fi"
+        if line == ".PP" and result and result[-1].startswith((".SH", ".SS")):
+            continue
+        if not filled or line.startswith("."):
+            result.append(line)
+            continue
+        pieces = textwrap.wrap(line, SOURCE_WIDTH, break_long_words=False, break_on_hyphens=False)
+        result += [guard(piece) for piece in pieces]
+    return result
+
+
 def write_pages(headers, output, version):
     functions = {function.name for header in headers.values() for function in header.functions}
     names = Names(functions)
@@ -411,7 +436,7 @@ def write_pages(headers, output, version):
         pages = {header.page(): header_page(header, names, version)}
         pages |= {function.name: function_page(function, names, version) for function in header.functions}
         for name, page in pages.items():
-            (output / f"{name}.3").write_text("\n".join(page) + "\n", encoding="ascii")
+            (output / f"{name}.3").write_text("\n".join(layout(page)) + "\n", encoding="ascii")
 
 
 def main():
