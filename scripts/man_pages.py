@@ -279,7 +279,7 @@ def prototype(function):
 
 
 def synopsis(lines):
-    return [".SH SYNOPSIS", ".nf", ".B #include <ZKQ_general.h>", ".PP",
+    return [".SH SYNOPSIS", ".nf", ".B #include <ZKQ_general.h>", *([".PP"] if lines else []),
             *("\\fB" + escape(line, literal=True) + "\\fP" for line in lines), ".fi",
             ".PP", "Link with \\fB\\-lZKQ_general\\fP."]
 
@@ -407,7 +407,20 @@ def header_page(header, names, version):
         for function in header.functions:
             page += [".TP", f"\\fB{function.name}\\fP(3)", guard(brief_line(function.brief, names) + ".")]
     page += type_section(header, names) + constant_section(header, names)
-    page += references([ERROR_TEXT, "ZKQ_general_types"] if header.name != "types.h" else [ERROR_TEXT])
+    page += references([ERROR_TEXT, "ZKQ_general"] + (["ZKQ_general_types"] if header.name != "types.h" else []))
+    return page
+
+
+def library_page(headers, names, version):
+    page = title("ZKQ_general", version)
+    page += [".SH NAME", "ZKQ_general \\- what Linux server and agent programs share, behind one flat set of C functions"]
+    page += synopsis([])
+    page += [".SH DESCRIPTION", f"{LIBRARY} runs in its caller's process, starts no thread of its own, and needs nothing at run "
+             "time but the C library and zlib. Its functions are in families, each with a header and a page:"]
+    for header in sorted(headers.values(), key=lambda one: one.name.lower()):
+        page += [".TP", f"\\fB{header.page()}\\fP(3)", guard(brief_line(header.brief, names) + ".")]
+    page += [".SH NOTES", *paragraphs(headers["types.h"].detail, names)]
+    page += references([ERROR_TEXT])
     return page
 
 
@@ -432,6 +445,8 @@ def write_pages(headers, output, version):
     names = Names(functions)
     shutil.rmtree(output, ignore_errors=True)
     output.mkdir(parents=True)
+    (output / "ZKQ_general.3").write_text("\n".join(layout(library_page(headers, names, version))) + "\n",
+                                         encoding="ascii")
     for header in headers.values():
         pages = {header.page(): header_page(header, names, version)}
         pages |= {function.name: function_page(function, names, version) for function in header.functions}
