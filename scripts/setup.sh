@@ -21,7 +21,7 @@ bench=(
     libprotobuf-c-dev protobuf-c-compiler libcurl4-openssl-dev libmnl-dev
     gnuplot-nox # plots
 )
-checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
+checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen groff-base man-db gcovr)
 
 case "${1:-}" in
 "") ;;

@@ -28,7 +28,7 @@ extern "C" {
  * @brief Opens a document in a file.
  *
  * With Mode 0 the file must be there and hold something. Otherwise a file that is missing, empty, or cannot be read is
- * made anew, empty, at once.
+ * made anew, empty, at once. A file that is missing or cannot be read sets the library's error text in both cases.
  *
  * @param Filename  The file, at most 299 bytes.
  * @param Mode      0 to read only; it does not keep the document from being changed and written.

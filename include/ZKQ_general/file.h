@@ -54,6 +54,10 @@ ZKQ_API BOOL ZKQGeneral_MyCreateTempFile(LPTSTR FileName, LPCTSTR prefix, int Bu
 
 /**
  * @brief Creates every missing directory of a path, the last component included.
+ *
+ * What exists is taken for a directory, whatever it is: a plain file in the last place is a success. A success may leave
+ * an error text.
+ *
  * @param FullPathFolder  The path: it must hold a "/" and no "//" (`EINVAL`) and be shorter than 300 bytes
  *                        (`ENAMETOOLONG`). New directories get mode 0777 before the umask.
  * @return `TRUE`, also when everything existed already. `FALSE` leaves the directories made so far.

@@ -34,7 +34,7 @@ ZKQ_API int JSON_Misc_InitJSON(const char* JSON, void** Ctx);
 
 /**
  * @brief Closes a document, and hands it out as a text.
- * @param Ctx   The document.
+ * @param Ctx   The document, as it was opened. A node of one would be released with those behind it, but not taken out.
  * @param JSON  Receives the text, indented by tabs, released with ZKQGeneral_FreeMallocBuffer(); null if memory ran out
  *              or it would be over 2 GiB. Null is allowed.
  * @return 0, or `EINVAL` for null.

@@ -122,7 +122,8 @@ ZKQ_API BOOL S_Client_Addr(SOCKET_ZKQ* sy, const void* pAddr, long Timeout);
  * @param iBufferSize  Room in bytes.
  * @param iTimeout     Seconds to wait for the first byte.
  * @return The number of bytes; 0 with `ETIME`, or with `ECONNRESET` if the peer closed while this waited; -1 with
- *         "Socket已经关闭！" in GBK if it had closed before, or with the system's error.
+ *         the library's own text for a closed socket (in Chinese, GBK) if it had closed before, or with the system's
+ *         error.
  */
 ZKQ_API long NetworkMisc_SocketRecvData(SOCKET SockFD, char* pszBuffer, int iBufferSize, int iTimeout);
 

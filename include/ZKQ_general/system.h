@@ -119,8 +119,9 @@ ZKQ_API BOOL ZKQGeneral_WinExecFileAndGetRetCode(LPCTSTR FullPathExeFile, LPCTST
  * @param FullPathExeFile The program.
  * @param Parameter       Its arguments; null or empty for none.
  * @param bWaitEnd        0 does not wait for its end.
- * @param RetCode         Receives the exit status, if waited for; 0 for a program that a signal has ended, 127 where the
- *                        shell could not be run. May be null.
+ * @param RetCode         Receives the exit status, if waited for; 127 where the shell could not be run. Of a program that
+ *                        a signal has ended it is 0 if the shell made way for it, else what the shell makes of that, 128
+ *                        and the signal's number as a rule. May be null.
  * @param Timeout         Seconds to wait, looking once a second; 0 and less wait without limit. A program that has not
  *                        ended by then goes on.
  * @return TRUE if the program was started and, when waited for, has ended. Otherwise `FALSE` with the reason: the text of
