@@ -3,7 +3,8 @@
  * sees in a log whose levels an operator may switch while it runs. At the end it packs the files into a cabinet, and
  * makes sure of it: what comes out again must have the digests of what went in. It posts the cabinet to a server, which
  * must answer with the digest of what has arrived. What it saw last it keeps in an XML file, so that it tells what has
- * happened since it last ran.
+ * happened since it last ran. It tells its state in memory that it shares with whoever knows the key, takes an inventory
+ * of its host, and only one agent works in a log directory.
  *
  *     agent SETTINGS.ini
  *
@@ -17,10 +18,17 @@
  * archive = /var/spool/in.cab  the cabinet to make at the end; none if there is no such key
  * collector = http://host/in   where to post the cabinet; nowhere without this key
  * state = /var/lib/agent.xml   where it keeps what it saw last; nowhere without this key
+ * status = 1515847681          key of a shared block with its state; the memory has the next one; none without this key
+ * inventory = /var/lib/host    where it keeps the inventory, and compares it with the last one; none without this key
+ * certificates = a.pem b.pem   certificates for the inventory
+ * reporter = host:port         where to report the inventory; nowhere without this key
  */
+#include "inventory.h"
+
 #include <ZKQ_general.h>
 #include <dirent.h>
 #include <errno.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -38,6 +46,10 @@ typedef struct {
     char archive[PATH_SIZE];
     char collector[PATH_SIZE];
     char state[PATH_SIZE];
+    char inventory[PATH_SIZE];
+    char certificates[4096];
+    char reporter[PATH_SIZE];
+    unsigned status;
     int rounds;
     int interval; /* milliseconds */
     int head;     /* bytes */
@@ -61,7 +73,8 @@ typedef struct {
 } Watch;
 
 static void* logContext;
-static long shownLog; /* bytes of the log that have been shown */
+static long shownLog;     /* bytes of the log that have been shown */
+static void* sharedState; /* the shared block, or null */
 
 /* Settings */
 
@@ -77,6 +90,11 @@ static int ReadSettings(const char* file, Settings* settings)
     ZKQGeneral_GetPrivateProfileString("agent", "collector", "", settings->collector, sizeof settings->collector, file);
     ZKQGeneral_GetPrivateProfileString("agent", "ignore", "", ignore, sizeof ignore, file);
     ZKQGeneral_GetPrivateProfileString("agent", "state", "", settings->state, sizeof settings->state, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "inventory", "", settings->inventory, sizeof settings->inventory, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "certificates", "", settings->certificates,
+                                       sizeof settings->certificates, file);
+    ZKQGeneral_GetPrivateProfileString("agent", "reporter", "", settings->reporter, sizeof settings->reporter, file);
+    settings->status = (unsigned)ZKQGeneral_GetPrivateProfileInt("agent", "status", 0, file);
     settings->rounds = (int)ZKQGeneral_GetPrivateProfileInt("agent", "rounds", 5, file);
     settings->interval = (int)ZKQGeneral_GetPrivateProfileInt("agent", "interval", 500, file);
     settings->head = (int)ZKQGeneral_GetPrivateProfileInt("agent", "head", 32, file);
@@ -471,6 +489,54 @@ static int Deliver(const Settings* settings)
     return done;
 }
 
+/* State for others */
+
+#define STATUS_SIZE 4096
+
+/* Makes the block, also if an agent that crashed has left one. */
+static void OpenStatus(SHAREDBLOCK* block)
+{
+    const unsigned long key = block->SemName;
+    ZKQGeneral_SysKillSemaphore(ZKQGeneral_SysConnectSemaphore(0, 0, (int)key));
+    block->Size = STATUS_SIZE;
+    block->ShmName = key + 1;
+    if (!ZKQGeneral_ShbCreateBlock(block) || (sharedState = ZKQGeneral_ShbConnectBlock(block)) == NULL)
+        RecordFailure("cannot share the state");
+}
+
+static void TellStatus(const char* format, ...)
+{
+    va_list arguments;
+    char* text = sharedState == NULL ? NULL : ZKQGeneral_ShbLock(sharedState, 1);
+    if (text == NULL)
+        return;
+    va_start(arguments, format);
+    vsnprintf(text, STATUS_SIZE, format, arguments);
+    va_end(arguments);
+    ZKQGeneral_ShbUnlock(sharedState);
+}
+
+static void CloseStatus(SHAREDBLOCK* block)
+{
+    ZKQGeneral_ShbCloseBlock(sharedState);
+    ZKQGeneral_ShbDestroyBlock(block);
+    sharedState = NULL;
+}
+
+/* The host */
+
+static int LookAtHost(const Settings* settings)
+{
+    char work[PATH_SIZE + 8];
+    INVENTORY inventory;
+    snprintf(work, sizeof work, "%s.tmp", settings->inventory);
+    const int done = TakeInventory(logContext, settings->certificates, work, &inventory) &&
+                     CompareAndSave(logContext, &inventory, settings->inventory) &&
+                     (settings->reporter[0] == '\0' || Report(logContext, &inventory, settings->reporter));
+    FreeInventory(&inventory);
+    return done;
+}
+
 /* Shows what the log has grown by. */
 static void ShowLog(void)
 {
@@ -490,12 +556,6 @@ static void ShowLog(void)
     fflush(stdout);
 }
 
-static void Pause(int milliseconds)
-{
-    const struct timespec pause = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
-    nanosleep(&pause, NULL);
-}
-
 static int Run(Settings* settings)
 {
     char self[PATH_SIZE + 1] = "";
@@ -508,10 +568,13 @@ static int Run(Settings* settings)
         done = WatchOnce(&watch, settings, round);
         if (done)
             WriteState(&watch, settings->state);
+        TellStatus("round %d of %d, %zu files", round, settings->rounds, watch.count);
         ShowLog();
         if (done && round < settings->rounds)
-            Pause(settings->interval);
+            ZKQGeneral_Sleep(settings->interval);
     }
+    if (done && settings->inventory[0] != '\0')
+        done = LookAtHost(settings);
     if (done && settings->archive[0] != '\0')
         done = PackFiles(settings, &watch) && (settings->collector[0] == '\0' || Deliver(settings));
     ZKQGeneral_RecordLogInfoEx(logContext, ZKQ_LOG_INFO, HERE, done ? "done" : "given up");
@@ -520,9 +583,19 @@ static int Run(Settings* settings)
     return done;
 }
 
+/* One agent for each log directory: the lock goes with the process. */
+static int IsAlone(const Settings* settings)
+{
+    char path[PATH_SIZE];
+    snprintf(path, sizeof path, "%s/agent.lock", settings->log);
+    return (ZKQGeneral_IsFileExist(path) || ZKQGeneral_SetFileContent(path, (const unsigned char*)"\n", 1)) &&
+           ZKQGeneral_SingleInstance("agent.lock", settings->log);
+}
+
 int main(int argc, char** argv)
 {
     Settings settings;
+    SHAREDBLOCK block = {0, 0, 0, -1, -1};
     if (argc != 2) {
         fprintf(stderr, "usage: %s SETTINGS.ini\n", argv[0]);
         return 2;
@@ -531,7 +604,14 @@ int main(int argc, char** argv)
         fprintf(stderr, "%s: %s\n", argv[0], ZKQGeneral_GetGeneralErrorInfo());
         return 1;
     }
-    const int done = Run(&settings);
+    int done = IsAlone(&settings);
+    if (!done)
+        fprintf(stderr, "%s: another agent is at work in %s\n", argv[0], settings.log);
+    if (done && (block.SemName = settings.status) != 0)
+        OpenStatus(&block);
+    done = done && Run(&settings);
+    if (block.SemName != 0)
+        CloseStatus(&block);
     ZKQGeneral_FreeLogCtx(logContext);
     ZKQGeneral_FreeParseLineInfoBuffer(settings.ignore, settings.ignoreCount);
     return done ? 0 : 1;

@@ -178,4 +178,65 @@ refuses "cannot post the cabinet: Bad message"
 kill "${servers[-1]}"
 wait "${servers[-1]}" 2>/dev/null || true
 refuses "cannot post the cabinet: Connection refused"
+"$zkq" ini set "$work/agent.ini" agent archive ""
+
+# Its inventory is what other programs see, and reaches a reporter, who must know how much there was in it.
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 9 -utf8 -subj "/CN=演示" \
+    -keyout "$work/key.pem" -out "$work/agent.pem" 2>/dev/null
+: >"$work/url"
+python3 "$(dirname "$collector")/reporter.py" "$work/collected" >"$work/url" 2>"$work/reporter.err" &
+servers+=($!)
+for ((i = 0; i < 500; ++i)); do
+    [ ! -s "$work/url" ] || break
+    sleep 0.02
+done
+"$zkq" ini set "$work/agent.ini" agent inventory "$work/host.der"
+"$zkq" ini set "$work/agent.ini" agent certificates "$work/agent.pem"
+"$zkq" ini set "$work/agent.ini" agent reporter "$(cat "$work/url")"
+run_again >"$work/reported"
+grep -qF "certificate of 演示, until" "$work/reported"
+grep -qF " interfaces reported in " "$work/reported"
+python3 - "$work/collected/inventory.json" "$work/agent.pem" "$(uname -srm)" <<'END'
+import json, os, sys
+told = json.load(open(sys.argv[1], encoding="utf-8"))
+names = [line.split(":")[0].strip() for line in open("/proc/net/dev").readlines()[2:]]
+wanted = {"host": os.uname().nodename, "system": sys.argv[3]}
+for key, value in wanted.items():
+    if told[key] != value:
+        sys.exit("agent: %s is %s, not %s" % (key, told[key], value))
+if [interface["name"] for interface in told["interfaces"]] != names:
+    sys.exit("agent: other interfaces: %s" % told["interfaces"])
+if [(c["file"], c["subject"]) for c in told["certificates"]] != [(sys.argv[2], "演示")]:
+    sys.exit("agent: other certificates: %s" % told["certificates"])
+END
+run_again >"$work/compared"
+grep -qE "last inventory: [0-9]+ s ago" "$work/compared"
+echo "rubbish" >"$work/host.der"
+run_again >"$work/compared"
+grep -qF "not an inventory: $work/host.der" "$work/compared"
+kill "${servers[-1]}"
+wait "${servers[-1]}" 2>/dev/null || true
+refuses "the reporter has not confirmed the inventory: Connection refused"
+"$zkq" ini set "$work/agent.ini" agent inventory ""
+
+# Its state is shared while it runs, a second agent is turned away, and nothing of it stays.
+key=$((0x5A4B0000 + $$ % 0x4000 * 2))
+memory=$(printf '0x%08x' $((key + 1)))
+"$zkq" ini set "$work/agent.ini" agent status "$key"
+"$zkq" ini set "$work/agent.ini" agent rounds 40
+exec 3< <("$agent" "$work/agent.ini")
+await "round 2: "
+ipcs -m | grep -q "$memory" || { echo "agent: it shares no state"; exit 1; }
+if "$agent" "$work/agent.ini" >"$work/second" 2>&1; then
+    echo "agent: a second one was let in"
+    exit 1
+fi
+grep -qF "another agent is at work in $work/log" "$work/second"
+ipcs -m | grep -q "$memory" || { echo "agent: the second one has removed the state of the first"; exit 1; }
+await "done"
+cat <&3 >/dev/null
+if ipcs -m | grep -q "$memory"; then
+    echo "agent: its state is still there"
+    exit 1
+fi
 echo "agent: it saw everything"

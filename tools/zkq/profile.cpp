@@ -1,6 +1,7 @@
 #include "profile.h"
 
 #include <ZKQ_general/error.h>
+#include <ZKQ_general/file.h>
 #include <ZKQ_general/inifile.h>
 #include <string.h>
 #include <strings.h>
