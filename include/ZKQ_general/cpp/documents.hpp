@@ -441,7 +441,7 @@ public:
         char* text = nullptr;
         if (const int code = WQXXML_OutputString(get(), &text))
             return CodeError(code);
-        std::string copy = text;
+        std::string copy(detail::View(text));
         WQXXML_FreeString(text);
         return copy;
     }
