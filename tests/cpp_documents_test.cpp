@@ -25,7 +25,8 @@ void FailOtherwise()
 
 TEST(CppJson, IsRead)
 {
-    auto parsed = zkq::Json::Parse(R"({"a":{"text":"t","number":7,"hex":"00ff","b64":"AP8="},"list":["x",{"y":"z"}]})"sv);
+    auto parsed =
+        zkq::Json::Parse(R"({"a":{"text":"t","number":7,"hex":"00ff","b64":"AP8="},"list":["x",{"y":"z"}]})"sv);
     ASSERT_TRUE(parsed) << parsed.text();
     const zkq::Json json = support::ExpectMoves(std::move(*parsed));
     EXPECT_EQ(*json.GetString("a/text"), "t");
@@ -169,11 +170,11 @@ TEST(CppXml, Failures)
     zkq::Xml none = std::move(*missing); // what a failed call gives is harmless
     EXPECT_FALSE(none);
     EXPECT_EQ(none.Close().code(), EINVAL);
-    for (const int code : {none.Find("/a").code(), none.FindOrAdd("/a").code(), none.Value("/a").code(),
-                           none.Attribute("/a", "b").code(), none.Walk("/a").code(), none.Add("/a", "b", "c").code(),
-                           none.SetAttribute("/a", "b", "c").code(), none.SetValue("/a", "b").code(),
-                           none.Delete("/a").code(), none.Name().code(), none.OwnValue().code(),
-                           none.OwnAttribute("a").code()})
+    for (const int code :
+         {none.Find("/a").code(), none.FindOrAdd("/a").code(), none.Value("/a").code(),
+          none.Attribute("/a", "b").code(), none.Walk("/a").code(), none.Add("/a", "b", "c").code(),
+          none.SetAttribute("/a", "b", "c").code(), none.SetValue("/a", "b").code(), none.Delete("/a").code(),
+          none.Name().code(), none.OwnValue().code(), none.OwnAttribute("a").code()})
         EXPECT_NE(code, 0);
     const zkq::Xml xml = *zkq::Xml::Parse(kServers);
     EXPECT_EQ(xml.Find("/servers/none").code(), 20);

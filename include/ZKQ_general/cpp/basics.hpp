@@ -37,7 +37,14 @@ public:
     /** @brief Passes a string without a copy. @param text  It must live until the call ends. */
     Text(const std::string& text) noexcept : text_(text.c_str()) {}
     /** @brief Passes a copy of a text. @param text  The text. */
-    Text(std::string_view text) : copy_(text), text_(copy_.c_str()) {}
+    Text(std::string_view text)
+    {
+        char* const copy = text.size() < sizeof small_ ? small_ : new char[text.size() + 1];
+        large_.reset(copy == small_ ? nullptr : copy);
+        text.copy(copy, text.size());
+        copy[text.size()] = '\0';
+        text_ = copy;
+    }
     Text(const Text&) = delete;
     Text& operator=(const Text&) = delete;
     ~Text() = default;
@@ -46,8 +53,9 @@ public:
     const char* c_str() const noexcept { return text_; }
 
 private:
-    std::string copy_;
     const char* text_;
+    std::unique_ptr<char[]> large_;
+    char small_[64]; // most names are shorter; left as it is until a view needs it
 };
 
 /**

@@ -35,7 +35,8 @@ Result<Out> Base64Encode(Bytes bytes, int charsPerLine = 0)
     char* text = nullptr;
     if (!ZKQGeneral_ConvertToBase64Ex(bytes.data(), detail::Length(bytes.size()), &text, charsPerLine))
         return LastError();
-    return detail::Give<Out>(Buffer(text, std::strlen(text)));
+    const std::size_t length = charsPerLine == 0 ? (bytes.size() + 2) / 3 * 4 : std::strlen(text);
+    return detail::Give<Out>(Buffer(text, length));
 }
 
 /**
