@@ -134,7 +134,7 @@ void SharedBlocks()
         const auto lock = block->Acquire(5);
         if (lock)
             std::printf("%zu bytes under a lock\n", lock->size());
-    } // unlocked
+    }                 // unlocked
     block->Destroy(); // without this the block would stay in the system
 }
 // [lock end]

@@ -40,7 +40,7 @@ TEST(CppText, PassesWhatIsTerminatedWithoutCopy)
 TEST(CppText, TerminatesAView)
 {
     // Exactly as many bytes as the view has, with none behind them to be read.
-    for (const size_t size : {0, 1, 15, 16, 1000}) {
+    for (const size_t size : {0, 1, 62, 63, 64, 65, 1000}) {
         const std::unique_ptr<char[]> bytes(new char[size]);
         memset(bytes.get(), 'v', size);
         const zkq::Text text(std::string_view(bytes.get(), size));
