@@ -3,7 +3,7 @@
 # tables are printed.
 #
 # Groups: log, inifile, file-small, file-large, string, msgpacket, iconv, base64, md5, zlib, mycab, xml, table, json,
-# x509_message, x509_certificate, socket, http, netcard, system, syncobject.
+# x509_message, x509_certificate, socket, http, netcard, system, syncobject, cpp.
 #
 # ZKQ_BENCH_REPETITIONS  how often each benchmark is run (default 15); the table shows medians
 # ZKQ_BENCH_DIR          an existing directory for the files of the benchmarks (default: one in the build tree)
@@ -17,7 +17,7 @@ readonly repetitions=${ZKQ_BENCH_REPETITIONS:-15}
 readonly build=build/bench
 readonly results=$build/results
 groups=(log inifile file-small file-large string msgpacket iconv base64 md5 zlib mycab xml table json
-    x509_message x509_certificate socket http netcard system syncobject)
+    x509_message x509_certificate socket http netcard system syncobject cpp)
 if (($# > 0)); then
     groups=("$@")
 fi
@@ -44,7 +44,7 @@ mkdir -p "$results"
 for group in "${groups[@]}"; do
     case $group in
     log | inifile | string | msgpacket | iconv | base64 | md5 | zlib | xml | table | json | x509_message | \
-        x509_certificate | netcard | system | syncobject)
+        x509_certificate | netcard | system | syncobject | cpp)
         run "$group" "${group}_bench" . "$repetitions"
         ;;
     # Small copies have many short runs, and none of a large copy between them: what the disk has left to do after that

@@ -184,6 +184,15 @@ def rows():
         for peer in peers:
             yield (f"HTTP, {name}", f"http/{what}/ours", peer.replace("-", ", buffer of "),
                    [(1, f"http/{what}/{peer}")], 1.0)
+    for size in (64, 1 << 10, 64 << 10):
+        for what, title in (("base64", "the library's buffer"), ("base64-string", "std::string")):
+            yield (f"C++ layer: Base64 of {BYTES[size]}, {title}", f"cpp/{what}/layer/{size}", "bare C calls",
+                   [(1, f"cpp/{what}/bare/{size}")], NO_SLOWER)
+    for what, title in (("packet", "packet, add and read 1,000 integers"), ("json-int", "JSON, get a number"),
+                        ("json-string", "JSON, get a string"), ("memory", "memory object, 1,000 pieces of 16 bytes"),
+                        ("record-off", "record, level off"), ("record-on", "record, written")):
+        bar = None if what == "record-on" else NO_SLOWER  # the file system's mood is more than the layer could be
+        yield (f"C++ layer: {title}", f"cpp/{what}/layer", "bare C calls", [(1, f"cpp/{what}/bare")], bar)
 
 
 # What is to grow as its input does: (what, our benchmark, peer, its benchmark, sizes).

@@ -4,5 +4,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 mode=(--dry-run -Werror)
 if [ "${1:-}" = --fix ]; then mode=(-i); fi
-git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format-14 "${mode[@]}"
+git ls-files '*.c' '*.cpp' '*.h' '*.hpp' | xargs clang-format-14 "${mode[@]}"
 echo "format: clean"

@@ -1,13 +1,11 @@
-#include <ZKQ_general/file.h>
-#include <ZKQ_general/string.h>
+#include <ZKQ_general.hpp>
 
 #include <cstdio>
 
 int main()
 {
-    int count = 0;
-    char** tokens = ZKQGeneral_ParseLineInfo("a b", " ", &count);
-    std::printf("%d %s %s\n", count, tokens[0], tokens[1]);
-    ZKQGeneral_FreeParseLineInfoBuffer(tokens, count);
-    return ZKQGeneral_IsFileExist("/") ? 0 : 1;
+    const auto tokens = zkq::Split("a b", " ");
+    std::printf("%zu %s %s\n", tokens->size(), tokens.value()[0].c_str(), tokens.value()[1].c_str());
+    const bool refused = !zkq::ReadFile("/no such file");  // a result tells
+    return refused && ZKQGeneral_IsFileExist("/") ? 0 : 1; // and the C functions are there, too
 }
