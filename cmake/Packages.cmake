@@ -69,7 +69,7 @@ endforeach()
 
 # All that the packages hold, and no test.
 add_custom_target(packaged DEPENDS ZKQ_general)
-foreach(target IN ITEMS ZKQ_general_static zkq zkq_man man_pages)
+foreach(target IN ITEMS ZKQ_general_static zkq zkq_man man)
   if(TARGET ${target})
     add_dependencies(packaged ${target})
   endif()

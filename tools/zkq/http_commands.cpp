@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "arguments.h"
 #include "bytes.h"
 #include "charset.h"
 #include "commands.h"
@@ -192,13 +191,9 @@ void AddHttpCommands(CLI::App& app)
     http->require_subcommand(1);
     CLI::App* get = http->add_subcommand("get", "Get what is behind a URL");
     AddRequest(get);
-    AddExamples(
-        get, {"zkq http get http://127.0.0.1:8080/status", "zkq http get 'http://[::1]:8080/files/1' -o downloads/"});
     CLI::App* post = http->add_subcommand("post", "Post a text and print the answer");
     const std::shared_ptr<Options> options = AddRequest(post);
     options->is_post = true;
     post->add_option("--data", options->data, "The text, or @FILE for what is in a file, @- for standard input")
         ->type_name("TEXT|@FILE");
-    AddExamples(post, {"zkq http post 127.0.0.1:8080/form --data 'name=Alpha&port=80'",
-                       "zkq http post 127.0.0.1:8080/units --type application/json --data @unit.json"});
 }

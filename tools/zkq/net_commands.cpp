@@ -6,7 +6,6 @@
 #include <limits>
 #include <memory>
 
-#include "arguments.h"
 #include "columns.h"
 #include "commands.h"
 #include "failure.h"
@@ -63,7 +62,6 @@ void ShowAddresses()
 void AddAddr(CLI::App& net)
 {
     CLI::App* command = net.add_subcommand("addr", "Show the addresses of this machine");
-    AddExamples(command, {"zkq net addr"});
     command->callback(ShowAddresses);
 }
 
@@ -80,7 +78,6 @@ void AddServe(CLI::App& net)
     command->add_option("--count", options->count, "End after so many connections; 0 for never (0)")
         ->type_name("N")
         ->check(CLI::Range(0L, std::numeric_limits<long>::max()).description(""));
-    AddExamples(command, {"zkq net serve --port 7007", "zkq net serve --host ::1 --port 0 --count 1"});
     command->callback([options] { ServeEcho(*options); });
 }
 
@@ -96,8 +93,6 @@ void AddConnect(CLI::App& net)
     command->add_option("--timeout", options->timeout, "How long to wait for the connection, 0 without limit (20)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, kLongestTimeout).description(""));
-    AddExamples(command,
-                {"echo hello | zkq net connect 127.0.0.1 7007", "zkq net connect ::1 7007 < request > answer"});
     command->callback([options] { ConnectTo(*options); });
 }
 
