@@ -46,7 +46,7 @@ expect() {
     fi
 }
 files() { # all that is in the system, but for what dpkg and ldconfig keep for themselves
-    (cd "$root" && find . -xdev -not -path './var/lib/dpkg/*' -not -path './var/cache/*' -not -path './tmp/*' | LC_ALL=C sort)
+    (cd "$root" && find . -xdev -not -path './var/lib/dpkg/*' -not -path './var/cache/*' -not -path './tmp/*' -not -path './var/log/*' | LC_ALL=C sort)
 }
 
 files >"$work/before"

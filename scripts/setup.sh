@@ -13,6 +13,7 @@ packages=(
     libssl-dev openssl ca-certificates                   # testing certificates
     iproute2 iputils-ping                                # testing, in networks of their own
     curl python3                                         # testing, at the other end of connections
+    man-db bsdextrautils                                 # testing the manual pages
 )
 bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev zip unzip

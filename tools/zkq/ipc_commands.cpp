@@ -265,7 +265,7 @@ void AddSize(CLI::App* command, Options& options)
     command->add_option("BYTES", options.size, "The size")
         ->required()
         ->type_name("")
-        ->check(CLI::Range(1u, static_cast<unsigned>(INT_MAX)));
+        ->check(CLI::Range(1u, static_cast<unsigned>(INT_MAX)).description(""));
 }
 
 void AddIdentifier(CLI::App* command, Options& options)
