@@ -10,7 +10,7 @@ version=$(dpkg-parsechangelog -l packaging/changelog -S Version)
 SOURCE_DATE_EPOCH=$(dpkg-parsechangelog -l packaging/changelog -S Timestamp) # the same sources, the same packages
 export SOURCE_DATE_EPOCH
 
-cmake --preset release >/dev/null
+cmake --preset release -U CMAKE_INSTALL_LIBDIR >/dev/null # where packages have libraries, whatever was here before
 cmake --build --preset release --target packaged --parallel "$(nproc)" >build/packages.log || {
     cat build/packages.log
     exit 1
