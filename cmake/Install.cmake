@@ -26,7 +26,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZKQ_general.pc DESTINATION ${CMAKE_INS
 if(TARGET ZKQ_general_static)
   install(FILES ${ZKQ_STATIC_LIBRARY} DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(CODE "if(CMAKE_INSTALL_DO_STRIP)
-    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug
+    execute_process(COMMAND ${ZKQ_OBJCOPY} --strip-debug
       \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libZKQ_general.a\" COMMAND_ERROR_IS_FATAL ANY)
   endif()")
 endif()
