@@ -101,6 +101,7 @@ run_example() {
     if ((answer != 0)) || [[ -s err ]]; then
         fail "the example \"$1\" ended with $answer: $(cat err)"
     fi
+    [[ $1 != 'zkq file temp '* ]] || rm -f "$(cat out)"
     # Into a pipe or a file goes plain text.
     ! grep -q $'\x1b' out err || fail "\"$1\" steers a terminal that is not there"
 }
