@@ -13,6 +13,7 @@ packages=(
     libssl-dev openssl ca-certificates                   # testing certificates
     iproute2 iputils-ping                                # testing, in networks of their own
     curl python3                                         # testing, at the other end of connections
+    man-db bsdextrautils                                 # testing the manual pages
 )
 bench=(
     libbenchmark-dev libspdlog-dev libinih-dev libglib2.0-dev zip unzip
@@ -21,7 +22,11 @@ bench=(
     libprotobuf-c-dev protobuf-c-compiler libcurl4-openssl-dev libmnl-dev
     gnuplot-nox # plots
 )
-checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen groff-base man-db gcovr)
+checks=(
+    nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr
+    groff-base man-db                              # manual pages
+    dpkg-dev file lintian mmdebstrap abigail-tools # packaging
+)
 
 case "${1:-}" in
 "") ;;

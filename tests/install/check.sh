@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# An installed copy serves a C program through pkg-config and a C++ program through CMake, also after it has been moved.
+# An installed copy serves C programs through pkg-config and C++ programs through CMake, with the shared and with the static
+# library, also after it has been moved.
 set -euo pipefail
 build=$1 source=$2 cmake=$3 generator=$4 cc=$5 cxx=$6
 work=$(mktemp -d "$build/install-test.XXXXXX")
@@ -27,7 +28,26 @@ expect "the C program" "$("$work/consumer_c")" $'5 /tmp/\nFunction call successe
 "$cmake" --build "$work/build" >/dev/null
 expect "the C++ program" "$("$work/build/consumer")" "2 a b"
 
+# alone PROGRAM: it has the library inside of it, and asks for nothing of C++.
+alone() {
+    local needed
+    needed=$(readelf -d "$1" | grep -oP 'NEEDED.*\[\K[^]]+' | grep -E "$2" || true)
+    expect "what $1 needs" "$needed" ""
+}
+read -ra flags <<<"$(pkg-config --static --cflags --libs ZKQ_general)"
+static=("${flags[@]/#-lZKQ_general/-l:libZKQ_general.a}")
+"$cc" -std=c11 -D_POSIX_C_SOURCE=200809L -Wall -Wextra -Wpedantic -Werror "$source/consumer_static/main.c" \
+    -o "$work/consumer_static" "${static[@]}"
+expect "the C program with the static library" "$("$work/consumer_static")" "7 8 No such file or directory"
+alone "$work/consumer_static" 'ZKQ|c\+\+'
+# The C library warns that it loads parts of itself at run time.
+"$cc" -std=c11 -static "$source/consumer_c/main.c" -o "$work/consumer_whole" "${flags[@]}" 2>/dev/null
+expect "the C program with everything static" "$("$work/consumer_whole")" $'5 /tmp/\nFunction call successed!'
+alone "$work/consumer_whole" .
+expect "the C++ program with the static library" "$("$work/build/consumer_static")" "2 a b"
+alone "$work/build/consumer_static" ZKQ
+
 if [ -x "$work/prefix/bin/zkq" ]; then
     expect "the installed tool" "$(env -u LD_LIBRARY_PATH "$work/prefix/bin/zkq" --version)" "zkq $(pkg-config --modversion ZKQ_general)"
 fi
-echo "install: both programs run"
+echo "install: all programs run"

@@ -93,6 +93,9 @@ offers 'logs' file rmtree --yes l
 offers '' file temp ''
 offers 'other.txt' packet dump o
 offers '' packet dump other.txt ''
+offers 'other.txt' packet make -o o
+offers 'other.txt' file link o
+offers 'other.txt' file stat other.txt o
 offers 'other.txt' conv o
 offers 'other.txt' conv --from GBK --to UTF-8 o
 offers 'other.txt' conv other.txt -o o
@@ -152,6 +155,7 @@ offers '' ping localhost ''
 offers '127.0.0.1' net serve --host 1
 offers '' net serve --port ''
 offers 'localhost' net connect l
+offers 'localhost' net lookup --reverse l
 offers '' net connect localhost ''
 offers 'lo' net up lo
 offers 'lo' net set lo

@@ -28,7 +28,7 @@ ln -s big link
 run file copy link copied
 expect_silence
 cmp big copied || fail 'the copy of a link differs'
-ln -s nowhere dangling
+ln -sfn nowhere dangling
 run file copy dangling copied
 expect_failure 'cannot copy dangling to copied: No such file or directory'
 
@@ -125,7 +125,41 @@ expect_failure 'cannot create a temporary file: Cann'\''t create a unique tmpfil
 run file temp "$(printf '%290d' 1)"
 expect_failure 'cannot create a temporary file: File name too long'
 
+# Links: only a link makes way for a link.
+echo text >linked
+run file link linked link
+expect_silence
+expect_equal "$(readlink link)" linked
+run file link elsewhere link
+expect_silence
+expect_equal "$(readlink link)" elsewhere
+run file link elsewhere linked
+expect_failure 'cannot make linked: There is something of this name that is no link'
+run file link elsewhere dir
+expect_failure 'cannot make dir: There is something of this name that is no link'
+expect_file linked text
+run file link elsewhere none/link
+expect_failure 'cannot make none/link: No such file or directory'
+
+# What files are.
+touch -d '2026-03-14 09:26:53' linked
+ln -sfn linked link
+ln -sfn nowhere dangling
+mkfifo pipe
+run file stat linked link dir dangling pipe
+expect_equal "$status" 0
+expect_equal "$(awk '{print $1, $2, $NF}' out | xargs)" \
+    'KIND BYTES NAME file 5 linked link 6 link directory - dir link 7 dangling other 0 pipe'
+expect_equal "$(grep -c '2026-03-14 09:26:53' out)" 2
+expect_equal "$(awk '/dangling/ {print $3}' out)" -
+run file stat linked none
+expect_failure 'cannot look at none: No such file or directory'
+run file stat
+expect_usage FILE
+
 # Wrong usage.
+run file link linked
+expect_usage LINK
 run file copy big
 expect_usage DST
 run file mkdirs

@@ -167,6 +167,16 @@ run http get "http://localhost:$port/large" -o large
 expect_silence
 cmp large site/large
 
+# URLs in parts.
+run http url 'http://[::1]:8080/a?b=c'
+expect_output 'protocol http' 'server ::1' 'port 8080' 'path /a?b=c'
+run http url example.org
+expect_output 'protocol HTTP' 'server example.org' 'port 80' 'path /'
+run http url ''
+expect_failure 'cannot take apart : Invalid argument'
+run http url gopher://x/
+expect_failure 'cannot take apart gopher://x/: Function not implemented'
+
 # Wrong usage.
 run http
 expect_usage 'subcommand is required'

@@ -108,9 +108,9 @@ timeout 20 "$ZKQ" net connect 127.0.0.1 "$port" <hello >out 2>err || status=$?
 expect_failure 'cannot receive: Connection reset by peer'
 
 # Addresses, in a network whose addresses are known.
-if unshare -nu true 2>/dev/null && command -v ip >/dev/null; then
+if unshare -num true 2>/dev/null && command -v ip >/dev/null; then
     # shellcheck disable=SC2016
-    unshare -nu bash -ec '
+    unshare -num bash -ec '
         hostname localhost
         ip link set lo up
         ip link add n0 address 02:42:ac:11:00:02 type veth peer name n1
@@ -120,7 +120,18 @@ if unshare -nu true 2>/dev/null && command -v ip >/dev/null; then
         status=0
         "$ZKQ" net addr >out 2>err
         "$ZKQ" net addr >/dev/full 2>full || status=$?
-        [ $status = 1 ]' || fail 'no addresses'
+        [ $status = 1 ]
+        printf "192.0.2.7 beta\n2001:db8::7 beta\n" >hosts
+        mount --bind hosts /etc/hosts
+        "$ZKQ" net lookup beta >lookup
+        "$ZKQ" net lookup --reverse 192.0.2.7 >>lookup
+        "$ZKQ" net lookup --reverse 2001:db8::7 >>lookup
+        "$ZKQ" net lookup 192.0.2.9 >>lookup
+        "$ZKQ" net lookup ::5 >>lookup
+        ! "$ZKQ" net lookup --reverse 192.0.2.9 2>>lookup
+        ! "$ZKQ" net lookup gamma 2>unknown' || fail 'no addresses'
+    expect_file lookup $'192.0.2.7\n2001:db8::7\nbeta\nbeta\n192.0.2.9\n::5\nzkq: cannot find a name of 192.0.2.9: Nobody knows one'
+    grep -q '^zkq: cannot find gamma: ' unknown || fail 'a host that is none'
     expect_equal "$(cat err)" ''
     expect_equal "$(cat full)" 'zkq: cannot write to standard output: No space left on device'
     expect_equal "$(head -n 1 out | xargs)" 'DEVICE MAC IPV4 MASK IPV6'
@@ -133,6 +144,8 @@ else
 fi
 
 # Wrong usage.
+run net lookup ''
+expect_usage 'is empty'
 run net
 expect_usage 'subcommand is required'
 run net serve

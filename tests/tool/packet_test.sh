@@ -56,3 +56,33 @@ run packet dump .
 expect_failure 'cannot read .: Is a directory'
 run packet dump
 expect_usage FILE
+
+# Packets of its own making, which od judges.
+printf 'a\0b' >bytes
+run packet make text:ab int:-2 int:2147483647 @bytes text: -o made
+expect_silence
+expect_equal "$(od -An -tx1 -v made | xargs)" "00 00 00 27 00 00 00 03 61 62 00 00 00 00 04 ff ff ff fe 00 00 00 04 7f ff ff ff \
+00 00 00 03 61 00 62 00 00 00 01 00"
+run packet make --oid -o made -- 7=text:a=b -1=@bytes
+expect_silence
+run packet dump --oid made
+expect_equal "$(awk 'NR > 2 {print $1, $3}' out | xargs)" '7 4 -1 3'
+printf 'kept' >made
+for item in ab int: int:x int:2147483648 int:1x TEXT:a ''; do
+    run packet make -o made "$item"
+    expect_usage ITEM
+done
+for item in text:a =text:a x=text:a 1= 1=b; do
+    run packet make --oid -o made "$item"
+    expect_usage ITEM
+done
+run packet make -o made @none
+expect_failure 'cannot read none: No such file or directory'
+expect_equal "$(cat made)" kept
+run packet make
+expect_usage ITEM
+if has_terminal; then
+    on_terminal '' "$ZKQ" packet make int:1
+    expect_equal "$status" 1
+    grep -q 'would go to the terminal' out || fail 'a packet on a terminal'
+fi

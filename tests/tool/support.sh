@@ -91,6 +91,7 @@ wait_until() {
 
 # Starts a server that prints "port" and its number; leaves that in "port" and the id of the process in "server".
 start_server() {
+    rm -f server.out # an earlier server may still write to its own
     : >server.out
     "$@" >server.out 2>server.err </dev/null &
     server=$!

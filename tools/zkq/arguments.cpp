@@ -61,11 +61,3 @@ std::string Unguarded(std::string message)
     std::erase(message, kGuard);
     return message;
 }
-
-void AddExamples(CLI::App* command, const std::vector<std::string>& examples)
-{
-    std::string text = examples.size() == 1 ? "Example:\n" : "Examples:\n";
-    for (const std::string& example : examples)
-        text += "  " + example + "\n";
-    command->footer(text + "\n" + command->get_footer());
-}

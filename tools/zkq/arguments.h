@@ -15,6 +15,3 @@ void UnguardOptions(CLI::App& app);
 
 /// A message of the parser, which may quote arguments, without guards.
 std::string Unguarded(std::string message);
-
-/// Puts examples of a command line in front of what stands at the end of a command's help.
-void AddExamples(CLI::App* command, const std::vector<std::string>& examples);

@@ -1,11 +1,13 @@
 // zkq file: copying, directories, temporary names.
 #include <ZKQ_general/file.h>
+#include <ZKQ_general/system.h>
 #include <stdio.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <iostream>
 
+#include "columns.h"
 #include "commands.h"
 #include "failure.h"
 #include "output.h"
@@ -15,7 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kPathSize = 300; // of the library's names, the NUL counted
+constexpr int kPathSize = 300;  // of the library's names, the NUL counted
+constexpr int kContentTime = 2; // of the library's times of a file
 
 void Copy(const std::string& source, const std::string& destination, bool no_clobber)
 {
@@ -93,9 +96,59 @@ void MakeTemporary(const std::string& prefix)
     PrintLine(name);
 }
 
+/// The library puts the link in the place of a file, too; here only another link makes way.
+void MakeLink(const std::string& target, const std::string& link)
+{
+    std::error_code ignored;
+    const fs::file_status status = fs::symlink_status(link, ignored);
+    if (fs::exists(status) && !fs::is_symlink(status))
+        throw Failure("cannot make " + link, "There is something of this name that is no link");
+    if (!ZKQGeneral_CreateShortCut(target.c_str(), nullptr, link.c_str()))
+        throw LibraryFailure("cannot make " + link);
+}
+
+const char* KindText(const std::string& path)
+{
+    std::error_code ignored;
+    switch (fs::symlink_status(path, ignored).type()) {
+    case fs::file_type::regular:
+        return "file";
+    case fs::file_type::directory:
+        return "directory";
+    case fs::file_type::symlink:
+        return "link";
+    default:
+        return "other";
+    }
+}
+
+/// Of a link, the length of its own text, and the time of what it leads to.
+Row RowOf(const std::string& path)
+{
+    if (!ZKQGeneral_IsFileExist(path.c_str()))
+        throw LibraryFailure("cannot look at " + path);
+    DWORD length = 0;
+    const bool hasLength = ZKQGeneral_GetFileLength(path.c_str(), &length);
+    _TIMESTRUCT time = {};
+    char text[48] = "-"; // as large as six numbers of 16 bits may need
+    if (ZKQGeneral_GetFileTimeInfo(path.c_str(), &time, kContentTime))
+        snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", unsigned{time.wYear}, unsigned{time.wMonth},
+                 unsigned{time.wDay}, unsigned{time.wHour}, unsigned{time.wMinute}, unsigned{time.wSecond});
+    return {KindText(path), hasLength ? std::to_string(length) : "-", text, path};
+}
+
+void ShowFiles(const std::vector<std::string>& paths)
+{
+    std::vector<Row> rows = {{"KIND", "BYTES", "CHANGED", "NAME"}};
+    for (const std::string& path : paths)
+        rows.push_back(RowOf(path));
+    PrintTable(rows);
+}
+
 struct Options {
     std::string first;
     std::string second;
+    std::vector<std::string> paths;
     bool flag = false;
 };
 
@@ -136,6 +189,23 @@ void AddTemp(CLI::App& file)
     command->callback([options] { MakeTemporary(options->first); });
 }
 
+void AddLink(CLI::App& file)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = file.add_subcommand("link", "Make a symbolic link, or lead one elsewhere");
+    command->add_option("TARGET", options->first, "What the link leads to")->required()->type_name("");
+    command->add_option("LINK", options->second, "The link")->required()->type_name("");
+    command->callback([options] { MakeLink(options->first, options->second); });
+}
+
+void AddStat(CLI::App& file)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = file.add_subcommand("stat", "Show kind, length and time of files");
+    command->add_option("FILE", options->paths, "Files of any kind")->required()->type_name("");
+    command->callback([options] { ShowFiles(options->paths); });
+}
+
 } // namespace
 
 void AddFileCommands(CLI::App& app)
@@ -146,4 +216,6 @@ void AddFileCommands(CLI::App& app)
     AddMkdirs(*file);
     AddRmtree(*file);
     AddTemp(*file);
+    AddLink(*file);
+    AddStat(*file);
 }

@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "arguments.h"
 #include "bytes.h"
 #include "charset.h"
 #include "commands.h"
@@ -184,6 +183,26 @@ std::shared_ptr<Options> AddRequest(CLI::App* command)
     return options;
 }
 
+void ShowParts(const std::string& url)
+{
+    NETWORK_URL_EX parts = {};
+    if (!Network_SplideURL_Ex(url.c_str(), &parts))
+        throw LibraryFailure("cannot take apart " + url);
+    const std::unique_ptr<NETWORK_URL_EX, decltype(&Network_FreeURLEx)> owner(&parts, Network_FreeURLEx);
+    PrintLine(std::string("protocol ") + parts.Protocol);
+    PrintLine(std::string("server ") + parts.ServerName);
+    PrintLine("port " + std::to_string(parts.Port));
+    PrintLine(std::string("path ") + parts.Object);
+}
+
+void AddUrl(CLI::App* http)
+{
+    const auto url = std::make_shared<std::string>();
+    CLI::App* command = http->add_subcommand("url", "Show the parts of a URL, as programs take it");
+    command->add_option("URL", *url, "Any URL; protocol, port and path may be missing")->required()->type_name("");
+    command->callback([url] { ShowParts(*url); });
+}
+
 } // namespace
 
 void AddHttpCommands(CLI::App& app)
@@ -192,13 +211,10 @@ void AddHttpCommands(CLI::App& app)
     http->require_subcommand(1);
     CLI::App* get = http->add_subcommand("get", "Get what is behind a URL");
     AddRequest(get);
-    AddExamples(
-        get, {"zkq http get http://127.0.0.1:8080/status", "zkq http get 'http://[::1]:8080/files/1' -o downloads/"});
     CLI::App* post = http->add_subcommand("post", "Post a text and print the answer");
     const std::shared_ptr<Options> options = AddRequest(post);
     options->is_post = true;
     post->add_option("--data", options->data, "The text, or @FILE for what is in a file, @- for standard input")
         ->type_name("TEXT|@FILE");
-    AddExamples(post, {"zkq http post 127.0.0.1:8080/form --data 'name=Alpha&port=80'",
-                       "zkq http post 127.0.0.1:8080/units --type application/json --data @unit.json"});
+    AddUrl(http);
 }

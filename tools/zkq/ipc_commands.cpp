@@ -265,7 +265,7 @@ void AddSize(CLI::App* command, Options& options)
     command->add_option("BYTES", options.size, "The size")
         ->required()
         ->type_name("")
-        ->check(CLI::Range(1u, static_cast<unsigned>(INT_MAX)));
+        ->check(CLI::Range(1u, static_cast<unsigned>(INT_MAX)).description(""));
 }
 
 void AddIdentifier(CLI::App* command, Options& options)
@@ -286,17 +286,16 @@ void AddProgram(CLI::App* command, Options& options)
     command->add_flag("--no-wait", options.noWait, "Fail if it is not free at once")->excludes(timeout);
 }
 
-CLI::App* AddObject(CLI::App* ipc, const char* name, const char* help, const char* example)
+CLI::App* AddObject(CLI::App* ipc, const char* name, const char* help)
 {
     CLI::App* object = ipc->add_subcommand(name, help);
     object->require_subcommand(1);
-    object->footer(example);
     return object;
 }
 
 void AddSemaphore(CLI::App* ipc)
 {
-    CLI::App* sem = AddObject(ipc, "sem", "Semaphores", "Example: zkq ipc sem create 0x5a4b0001 --units 3");
+    CLI::App* sem = AddObject(ipc, "sem", "Semaphores");
     const auto options = std::make_shared<Options>();
     sem->add_subcommand("ls", "List all semaphores of the system")->callback(ListSemaphores);
     CLI::App* create =
@@ -311,12 +310,11 @@ void AddSemaphore(CLI::App* ipc)
     AddKey(lock, *options);
     AddIdentifier(lock, *options);
     AddProgram(lock, *options);
-    lock->footer("Example: zkq ipc sem lock 0x5a4b0001 --timeout 10 -- rsync -a data backup");
 }
 
 void AddMemory(CLI::App* ipc)
 {
-    CLI::App* shm = AddObject(ipc, "shm", "Shared memory", "Example: zkq ipc shm create 0x5a4b0002 65536");
+    CLI::App* shm = AddObject(ipc, "shm", "Shared memory");
     const auto options = std::make_shared<Options>();
     shm->add_subcommand("ls", "List all shared memory of the system")->callback(ListMemory);
     CLI::App* create = AddCommand(
@@ -330,8 +328,7 @@ void AddMemory(CLI::App* ipc)
 
 void AddBlock(CLI::App* ipc)
 {
-    CLI::App* block = AddObject(ipc, "block", "Shared blocks: memory with a lock",
-                                "Example: zkq ipc block create 0x5a4b0001 0x5a4b0002 4096");
+    CLI::App* block = AddObject(ipc, "block", "Shared blocks: memory with a lock");
     const auto options = std::make_shared<Options>();
     CLI::App* create = AddCommand(block, "create", "Create a block and print both identifiers", options, CreateBlock);
     AddBlockKeys(create, *options);
@@ -340,7 +337,6 @@ void AddBlock(CLI::App* ipc)
     CLI::App* lock = AddCommand(block, "lock", "Lock a block while a program runs", options, LockBlock);
     AddBlockKeys(lock, *options);
     AddProgram(lock, *options);
-    lock->footer("Example: zkq ipc block lock 0x5a4b0001 0x5a4b0002 --no-wait true");
 }
 
 } // namespace

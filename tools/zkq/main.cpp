@@ -8,6 +8,7 @@
 
 #include "arguments.h"
 #include "commands.h"
+#include "examples.h"
 #include "failure.h"
 #include "output.h"
 
@@ -38,6 +39,7 @@ void AddCommands(CLI::App& app)
     AddNetCommands(app);
     AddProcCommands(app);
     AddIpcCommands(app);
+    AddExamples(app);
     UnguardOptions(app);
 }
 

@@ -1,12 +1,13 @@
 // zkq net: the network of this machine, and connections to try it with.
 #include <ZKQ_general/ping.h>
+#include <ZKQ_general/socket.h>
+#include <arpa/inet.h>
 #include <limits.h>
 #include <unistd.h>
 
 #include <limits>
 #include <memory>
 
-#include "arguments.h"
 #include "columns.h"
 #include "commands.h"
 #include "failure.h"
@@ -60,10 +61,65 @@ void ShowAddresses()
     PrintLine(std::string("host ") + name + ":" + HostAddresses());
 }
 
+std::string AddressText(int family, const void* bytes)
+{
+    char text[INET6_ADDRSTRLEN] = "";
+    return inet_ntop(family, bytes, text, sizeof text) == nullptr ? kNone : text;
+}
+
+/// The IPv4 and the IPv6 address of a host, where it has them.
+void LookUp(const std::string& host)
+{
+    unsigned long ipv4 = 0;
+    in6_addr ipv6 = {};
+    const bool hasIpv4 = GetServerAddress(host.c_str(), &ipv4);
+    const bool hasIpv6 = GetServerAddress6(host.c_str(), ipv6.s6_addr) && !IN6_IS_ADDR_V4MAPPED(&ipv6);
+    if (!hasIpv4 && !hasIpv6)
+        throw LibraryFailure("cannot find " + host);
+    if (hasIpv4) {
+        const in_addr address = {static_cast<in_addr_t>(ipv4)};
+        PrintLine(AddressText(AF_INET, &address));
+    }
+    if (hasIpv6)
+        PrintLine(AddressText(AF_INET6, &ipv6));
+}
+
+/// The name that an address has.
+void LookUpName(const std::string& address)
+{
+    constexpr size_t kNameSize = 1025;
+    constexpr int kAnyPort = 1;
+    sockaddr_in6 room = {};
+    const int family = address.find(':') == std::string::npos ? AF_INET : AF_INET6;
+    char name[kNameSize] = "";
+    const std::string what = "cannot find a name of " + address;
+    if (!Network_FillSockAddrEx(&room, family, address.c_str(), kAnyPort))
+        throw LibraryFailure(what);
+    // Of IPv4 addresses the library leaves a text that has nothing to do with names.
+    if (!S_GetHostByAddr(&room, name))
+        throw family == AF_INET ? Failure(what, "Nobody knows one") : LibraryFailure(what);
+    PrintLine(name);
+}
+
+void AddLookup(CLI::App& net)
+{
+    struct Options {
+        std::string host;
+        bool isReverse = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = net.add_subcommand("lookup", "Print the addresses of a host, one a line");
+    command->add_option("HOST", options->host, "A name or an address")
+        ->required()
+        ->type_name("")
+        ->check(CLI::Validator([](const std::string& host) { return host.empty() ? "is empty" : ""; }, ""));
+    command->add_flag("--reverse", options->isReverse, "HOST is an address: print the name that it has");
+    command->callback([options] { options->isReverse ? LookUpName(options->host) : LookUp(options->host); });
+}
+
 void AddAddr(CLI::App& net)
 {
     CLI::App* command = net.add_subcommand("addr", "Show the addresses of this machine");
-    AddExamples(command, {"zkq net addr"});
     command->callback(ShowAddresses);
 }
 
@@ -80,7 +136,6 @@ void AddServe(CLI::App& net)
     command->add_option("--count", options->count, "End after so many connections; 0 for never (0)")
         ->type_name("N")
         ->check(CLI::Range(0L, std::numeric_limits<long>::max()).description(""));
-    AddExamples(command, {"zkq net serve --port 7007", "zkq net serve --host ::1 --port 0 --count 1"});
     command->callback([options] { ServeEcho(*options); });
 }
 
@@ -96,8 +151,6 @@ void AddConnect(CLI::App& net)
     command->add_option("--timeout", options->timeout, "How long to wait for the connection, 0 without limit (20)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, kLongestTimeout).description(""));
-    AddExamples(command,
-                {"echo hello | zkq net connect 127.0.0.1 7007", "zkq net connect ::1 7007 < request > answer"});
     command->callback([options] { ConnectTo(*options); });
 }
 
@@ -108,6 +161,7 @@ void AddNetCommands(CLI::App& app)
     CLI::App* net = app.add_subcommand("net", "Show and set up the network of this machine, and try connections");
     net->require_subcommand(1);
     AddAddr(*net);
+    AddLookup(*net);
     AddServe(*net);
     AddConnect(*net);
     AddNetConfigCommands(*net);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "arguments.h"
 #include "columns.h"
 #include "commands.h"
 #include "failure.h"
@@ -94,10 +93,8 @@ CLI::App* AddDeviceCommand(CLI::App& group, const char* name, const char* descri
 void AddTables(CLI::App& net)
 {
     CLI::App* cards = net.add_subcommand("cards", "List the network cards");
-    AddExamples(cards, {"zkq net cards"});
     cards->callback(ShowCards);
     CLI::App* bridges = net.add_subcommand("bridges", "List the bridges with their members");
-    AddExamples(bridges, {"zkq net bridges"});
     bridges->callback(ShowBridges);
 }
 
@@ -110,7 +107,6 @@ void AddBridgeAdd(CLI::App& bridge)
     const auto options = std::make_shared<Options>();
     CLI::App* add = AddDeviceCommand(bridge, "add", "Make a bridge", &options->name);
     add->add_option("MEMBER", options->members, "Devices to add to it, 16 at most")->type_name("");
-    AddExamples(add, {"zkq net bridge add br0", "zkq net bridge add br0 eth0 eth1"});
     add->callback([options] { MakeBridge(options->name, options->members); });
 }
 
@@ -126,7 +122,6 @@ void AddBridge(CLI::App& net)
 
     const auto options = std::make_shared<Options>();
     CLI::App* del = AddDeviceCommand(*bridge, "del", "Delete a bridge, which must be down", &options->name);
-    AddExamples(del, {"zkq net down br0 && zkq net bridge del br0"});
     del->callback(
         [options] { Require(Network_DelBridge(options->name.c_str()), "cannot delete the bridge " + options->name); });
 
@@ -135,7 +130,6 @@ void AddBridge(CLI::App& net)
         ->required()
         ->type_name("")
         ->check(CLI::IsMember({"on", "off"}).description(""));
-    AddExamples(stp, {"zkq net bridge stp br0 on"});
     stp->callback([options] {
         const int isOn = options->state == "on" ? 1 : 0;
         Require(Network_SetBridgeStp(options->name.c_str(), isOn),
@@ -147,10 +141,8 @@ void AddUpAndDown(CLI::App& net)
 {
     const auto name = std::make_shared<std::string>();
     CLI::App* up = AddDeviceCommand(net, "up", "Bring a device up", name.get());
-    AddExamples(up, {"zkq net up eth0"});
     up->callback([name] { Require(Network_StartStopNetworkDevice(name->c_str(), 1), "cannot bring up " + *name); });
     CLI::App* down = AddDeviceCommand(net, "down", "Bring a device down", name.get());
-    AddExamples(down, {"zkq net down eth0"});
     down->callback([name] { Require(Network_StartStopNetworkDevice(name->c_str(), 0), "cannot bring down " + *name); });
 }
 
@@ -165,7 +157,6 @@ void AddSet(CLI::App& net)
     CLI::App* set = AddDeviceCommand(net, "set", "Set a device's IPv4 address and mask", &options->name);
     set->add_option("IP", options->ip, "The address; 0.0.0.0 takes it away")->required()->type_name("");
     set->add_option("MASK", options->mask, "The network mask, dotted")->required()->type_name("");
-    AddExamples(set, {"zkq net set eth0 192.0.2.7 255.255.255.0", "zkq net set eth0 0.0.0.0 0.0.0.0"});
     set->callback([options] {
         Require(Network_SetDevAddress(options->name.c_str(), options->ip.c_str(), options->mask.c_str()),
                 "cannot set the address of " + options->name);
@@ -184,7 +175,6 @@ void AddRoute(CLI::App& net)
 
     CLI::App* set = AddDeviceCommand(*route, "set", "Add a default route through a gateway", &options->name);
     set->add_option("GATEWAY", options->gateway, "Its IPv4 or IPv6 address")->required()->type_name("");
-    AddExamples(set, {"zkq net route set eth0 192.0.2.1", "zkq net route set eth0 2001:db8::1"});
     set->callback([options] {
         const bool isIPv6 = options->gateway.find(':') != std::string::npos;
         Require(Network_SetDefaultGateway(options->name.c_str(), isIPv6 ? AF_INET6 : AF_INET, options->gateway.c_str()),
@@ -192,7 +182,6 @@ void AddRoute(CLI::App& net)
     });
 
     CLI::App* del = AddDeviceCommand(*route, "del", "Delete an IPv4 default route", &options->name);
-    AddExamples(del, {"zkq net route del eth0"});
     del->callback([options] {
         Require(Network_DeleteDefaultGateway(options->name.c_str()), "cannot delete the route on " + options->name);
     });

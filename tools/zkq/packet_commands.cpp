@@ -5,11 +5,14 @@
 #include <limits.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
+#include <charconv>
 #include <memory>
 #include <string_view>
 #include <vector>
 
+#include "bytes.h"
 #include "commands.h"
 #include "failure.h"
 #include "input.h"
@@ -177,11 +180,93 @@ void AddDump(CLI::App& packet)
     });
 }
 
+int ParsedNumber(const std::string& text, const std::string& item)
+{
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [at, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || at != end || text.empty())
+        throw CLI::ValidationError("ITEM", "\"" + item + "\" has no integer of 32 bits where one belongs");
+    return number;
+}
+
+/// The bytes that an item of the command line stands for.
+std::string ItemBytes(const std::string& item)
+{
+    if (item.starts_with("text:"))
+        return item.substr(strlen("text:")) + '\0';
+    if (item.starts_with("@"))
+        return ByteSource(item.substr(1)).ReadAll();
+    if (!item.starts_with("int:"))
+        throw CLI::ValidationError("ITEM", "\"" + item + "\" begins with none of text: int: @");
+    const auto number = static_cast<unsigned>(ParsedNumber(item.substr(strlen("int:")), item));
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= CHAR_BIT) // the highest byte first
+        bytes += static_cast<char>(number >> shift & UCHAR_MAX);
+    return bytes;
+}
+
+struct MakeOptions {
+    std::string output;
+    std::vector<std::string> items;
+    bool isTagged = false;
+};
+
+bool AddItem(void* packet, const std::string& item, bool isTagged)
+{
+    const size_t sign = isTagged ? item.find('=') : 0;
+    if (sign == std::string::npos)
+        throw CLI::ValidationError("ITEM", "\"" + item + "\" has no OID=");
+    const std::string bytes = ItemBytes(isTagged ? item.substr(sign + 1) : item);
+    if (bytes.size() > INT_MAX)
+        throw SystemFailure("cannot add " + item, EMSGSIZE);
+    const int size = static_cast<int>(bytes.size());
+    return isTagged ? ZKQGeneral_MsgPacket_OID_AddBuffer(packet, ParsedNumber(item.substr(0, sign), item), bytes.data(),
+                                                         size)
+                    : ZKQGeneral_MsgPacket_AddBuffer(packet, bytes.data(), size);
+}
+
+void Make(const MakeOptions& options)
+{
+    if (options.output.empty() && isatty(STDOUT_FILENO))
+        throw Failure("not made", "The packet would go to the terminal; name a file with -o");
+    void* made = nullptr;
+    if (!ZKQGeneral_CreateMsgPacket(0, &made))
+        throw LibraryFailure("cannot make a packet");
+    const std::unique_ptr<void, Release> packet(made);
+    for (const std::string& item : options.items)
+        if (!AddItem(made, item, options.isTagged))
+            throw LibraryFailure("cannot add " + item);
+    unsigned char* bytes = nullptr;
+    int size = 0;
+    if (!ZKQGeneral_MsgPacket_GetBuffer(made, &bytes, &size))
+        throw LibraryFailure("cannot make a packet");
+    ByteSink sink(options.output);
+    sink.Write({reinterpret_cast<const char*>(bytes), static_cast<size_t>(size)});
+    sink.Finish();
+}
+
+void AddMake(CLI::App& packet)
+{
+    const auto options = std::make_shared<MakeOptions>();
+    CLI::App* command = packet.add_subcommand("make", "Make a message packet");
+    command
+        ->add_option("ITEM", options->items,
+                     "text:TEXT (a NUL follows it), int:NUMBER (4 bytes), or @FILE for its bytes")
+        ->required()
+        ->type_name("");
+    command->add_flag("--oid", options->isTagged, "A tagged packet: each item is OID=ITEM");
+    command->add_option("-o,--output", options->output, "Write to this file instead of to standard output")
+        ->type_name("FILE");
+    command->callback([options] { Make(*options); });
+}
+
 } // namespace
 
 void AddPacketCommands(CLI::App& app)
 {
-    CLI::App* packet = app.add_subcommand("packet", "Show message packets");
+    CLI::App* packet = app.add_subcommand("packet", "Show and make message packets");
     packet->require_subcommand(1);
     AddDump(*packet);
+    AddMake(*packet);
 }

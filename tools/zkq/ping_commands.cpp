@@ -12,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include "arguments.h"
 #include "commands.h"
 #include "failure.h"
 #include "output.h"
@@ -109,6 +108,5 @@ void AddPingCommand(CLI::App& app)
     ping->add_option("--timeout", options->timeout, "How long to wait for each reply (5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(1, kLongestTimeout).description(""));
-    AddExamples(ping, {"zkq ping 127.0.0.1", "zkq ping ::1 --count 1 --size 1000"});
     ping->callback([options] { PingAll(*options); });
 }

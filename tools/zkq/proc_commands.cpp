@@ -174,8 +174,7 @@ void AddRun(CLI::App& proc)
             ->check(CLI::PositiveNumber);
     command->add_flag("--no-wait", options->flag, "Do not wait at all")->excludes(timeout);
     command->footer("Exit status: that of the program, 128 and the signal's number if one has ended it,\n"
-                    "124 after the time-out, 1 if there is no such program.\n\n"
-                    "Example: zkq proc run --timeout 10 -- tar -cf backup.tar data");
+                    "124 after the time-out, 1 if there is no such program.");
     command->callback([options] { RunProgram(*options); });
 }
 
@@ -191,7 +190,6 @@ void AddFind(CLI::App& proc)
     const auto options = std::make_shared<Options>();
     CLI::App* command = proc.add_subcommand("find", "List the processes that have exactly this command line");
     AddWords(command, *options);
-    command->footer("Example: zkq proc find -- /usr/sbin/sshd -D");
     command->callback([options] { Find(*options); });
 }
 
@@ -200,7 +198,6 @@ void AddKill(CLI::App& proc)
     const auto options = std::make_shared<Options>();
     CLI::App* command = proc.add_subcommand("kill", "Kill all processes that have exactly this command line");
     AddWords(command, *options);
-    command->footer("Example: zkq proc kill sleep 1000");
     command->callback([options] { Kill(*options); });
 }
 
@@ -215,7 +212,6 @@ void AddLock(CLI::App& proc)
         ->type_name("");
     command->add_option("--path", options->path, "The lock file's directory; /tmp by default")->type_name("DIR");
     command->add_flag("--create", options->flag, "Create the lock file if there is none");
-    command->footer("Example: zkq proc lock --create nightly -- tar -cf backup.tar data");
     command->callback([options] { Lock(*options); });
 }
 

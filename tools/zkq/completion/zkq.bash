@@ -77,6 +77,7 @@ _zkq_options() {
         'xml '*) _zkq_offer_words --force --help ;;
         'file rmtree') _zkq_offer_words --yes --help ;;
         'packet dump') _zkq_offer_words --oid --help ;;
+        'packet make') _zkq_offer_words --oid --output --help ;;
         conv) _zkq_offer_words --from --to --output --help ;;
         'b64 encode') _zkq_offer_words --columns --output --help ;;
         'b64 decode') _zkq_offer_words --output --help ;;
@@ -94,6 +95,7 @@ _zkq_options() {
         'http get') _zkq_offer_words --output --type --timeout --help ;;
         'http post') _zkq_offer_words --output --data --type --timeout --help ;;
         ping) _zkq_offer_words --count --size --timeout --help ;;
+        'net lookup') _zkq_offer_words --reverse --help ;;
         'net serve') _zkq_offer_words --host --port --count --help ;;
         'net connect') _zkq_offer_words --timeout --help ;;
         'proc run') _zkq_offer_words --timeout --no-wait --help ;;
@@ -108,7 +110,7 @@ _zkq_options() {
 
 _zkq_positional() {
     case "$1 ${#positionals[@]}" in
-        'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
+        'ini '*' 0' | 'log tail 0' | 'file copy '[01] | 'file link '[01] | 'file stat '* | 'packet dump 0' | 'conv 0') _zkq_offer_paths -f ;;
         'b64 '*' 0' | 'md5 '* | 'cert '* | 'der dump 0') _zkq_offer_paths -f ;;
         'xml '*' 0' | 'xml copy 2') _zkq_offer_paths -f ;;
         'proc lock 0' | 'ipc '*' '[a-z]*' 0' | 'ipc block '*' 1') ;;
@@ -125,7 +127,7 @@ _zkq_positional() {
         'log level 1') _zkq_offer_words off all debug info warn error ;;
         'file mkdirs 0' | 'file rmtree 0') _zkq_offer_paths -d ;;
         'z '*' 0' | 'json '*' 0' | 'cab '*' 0' | 'cab make '*) _zkq_offer_paths -f ;;
-        'ping 0' | 'net connect 0') _zkq_offer_words 127.0.0.1 localhost ;;
+        'ping 0' | 'net connect 0' | 'net lookup 0') _zkq_offer_words 127.0.0.1 localhost ;;
         'net up 0' | 'net down 0' | 'net set 0' | 'net route '*' 0') _zkq_offer_devices ;;
         'net bridge stp 1') _zkq_offer_words on off ;;
         'net bridge add 0') ;;
@@ -194,16 +196,16 @@ _zkq() {
                 ini) _zkq_offer_words get set del sections keys --help ;;
                 log) _zkq_offer_words tail write level --help ;;
                 xml) _zkq_offer_words get ls fmt set add del rename copy --help ;;
-                file) _zkq_offer_words copy mkdirs rmtree temp --help ;;
-                packet) _zkq_offer_words dump --help ;;
+                file) _zkq_offer_words copy mkdirs rmtree temp link stat --help ;;
+                packet) _zkq_offer_words dump make --help ;;
                 b64) _zkq_offer_words encode decode --help ;;
                 z) _zkq_offer_words compress decompress --help ;;
                 cab) _zkq_offer_words make list extract test --help ;;
                 json) _zkq_offer_words get set fmt array --help ;;
                 cert) _zkq_offer_words show field der --help ;;
                 der) _zkq_offer_words dump --help ;;
-                http) _zkq_offer_words get post --help ;;
-                net) _zkq_offer_words addr serve connect cards bridges bridge up down set route --help ;;
+                http) _zkq_offer_words get post url --help ;;
+                net) _zkq_offer_words addr lookup serve connect cards bridges bridge up down set route --help ;;
                 proc) _zkq_offer_words run find kill lock --help ;;
                 ipc) _zkq_offer_words sem shm block --help ;;
                 conv | md5 | ping) _zkq_command "${COMP_WORDS[1]}" 2 ;; # commands without commands

@@ -1,0 +1,12 @@
+# Manual pages are compressed in Debian's packages, and nowhere else. Runs in each package's tree before it is packed.
+file(GLOB_RECURSE pages ${CPACK_TEMPORARY_DIRECTORY}/*.[1-8])
+list(FILTER pages INCLUDE REGEX "/share/man/man[1-8]/[^/]+$")
+foreach(page IN LISTS pages)
+  if(IS_SYMLINK ${page})
+    file(READ_SYMLINK ${page} target)
+    file(REMOVE ${page})
+    file(CREATE_LINK ${target}.gz ${page}.gz SYMBOLIC)
+  else()
+    execute_process(COMMAND gzip -9n ${page} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+endforeach()
