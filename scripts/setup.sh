@@ -24,8 +24,7 @@ bench=(
 )
 checks=(
     nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr
-    groff-base man-db                              # manual pages
-    dpkg-dev file lintian mmdebstrap abigail-tools # packaging
+    dpkg-dev file mmdebstrap abigail-tools # packaging
 )
 
 case "${1:-}" in
