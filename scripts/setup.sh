@@ -20,7 +20,7 @@ bench=(
     rapidjson-dev nlohmann-json3-dev libjansson-dev libjson-c-dev libsimdjson-dev
     libprotobuf-c-dev protobuf-c-compiler libcurl4-openssl-dev libmnl-dev
 )
-checks=(nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
+checks=(nginx-light clang cppcheck valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr)
 
 case "${1:-}" in
 "") ;;

@@ -305,6 +305,7 @@ constexpr size_t kLargestGrowth[kTextConversions] = {2, 1, 3, 1};
 /// Room for a result. A short one needs no block of the heap.
 class WorkingBuffer {
 public:
+    // cppcheck-suppress uninitMemberVar ; room for a result, which is written before it is read
     explicit WorkingBuffer(size_t size)
         : large_(size > sizeof small_ ? static_cast<unsigned char*>(malloc(size)) : nullptr),
           start_(size > sizeof small_ ? large_.get() : small_)

@@ -23,6 +23,7 @@ int FailWith(int result, const char* message, const char* file = __builtin_FILE(
     return result;
 }
 
+// cppcheck-suppress passedByValue ; three words, made at the call
 int RefuseArguments(const char* function, LogFormat format = Message::XmlBadArgument)
 {
     General_LibraryLogF(ZKQ_LOG_ERROR, format, function);

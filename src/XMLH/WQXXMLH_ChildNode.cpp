@@ -9,6 +9,7 @@
 namespace {
 
 /// Refuses arguments of a function; EINVAL, which is logged.
+// cppcheck-suppress passedByValue ; three words, made at the call
 int RefuseArguments(const char* function, LogFormat format = Message::XmlBadArgument)
 {
     General_LibraryLogF(ZKQ_LOG_ERROR, format, function);

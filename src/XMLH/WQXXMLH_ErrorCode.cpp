@@ -73,6 +73,7 @@ int General_Misc_IsBadPtr(int /*bRead*/, const void* /*p*/, int /*Len*/)
     return 0;
 }
 
+// cppcheck-suppress passedByValue ; three words, made at the call
 int LogXmlResult(int result, LogFormat format)
 {
     char text[kErrorTextSize];

@@ -26,6 +26,7 @@ struct NODEPROPERTYLIST {
     std::span<const NODEPROPERTY> Conditions() const { return {NodeProperty.get(), Count}; }
 };
 
+// cppcheck-suppress passedByValue ; three words, made at the call
 void LogText(LogFormat format, std::string_view text)
 {
     char argument[512];

@@ -12,6 +12,7 @@
 template <class T, size_t kInline>
 class GrowingStack {
 public:
+    // cppcheck-suppress uninitMemberVar ; items are set when they are pushed
     GrowingStack() = default;
     GrowingStack(const GrowingStack&) = delete;
     GrowingStack& operator=(const GrowingStack&) = delete;

@@ -101,6 +101,7 @@ int GiveMac(int sd, const char* DevName, char* Mac)
 /// The lines of one of the kernel's tables.
 class TableReader {
 public:
+    // cppcheck-suppress uninitMemberVar ; fgets() writes the line before it is read
     explicit TableReader(const char* fileName) : file_(fopen(fileName, "re")) {}
     bool IsOpen() const { return file_ != nullptr; }
     /// Null at the end. A line is cut to what fits, which all of the kernel's do.

@@ -10,6 +10,7 @@ namespace {
 /// A conversation with the kernel, for as long as it lives.
 class Netlink {
 public:
+    // cppcheck-suppress uninitMemberVar ; rtnl_open() sets it
     Netlink() : isOpen_(rtnl_open(&handle_) == 0) {}
     Netlink(const Netlink&) = delete;
     Netlink& operator=(const Netlink&) = delete;

@@ -299,16 +299,19 @@ BOOL S_GetHostByAddr(const void* AddrInfo, LPTSTR Name)
     return FinishAddress(NameOf(Load(AddrInfo), Name));
 }
 
+// cppcheck-suppress passedByValue ; as it is exported
 BOOL S_GetSockHostIP(SOCKET_ZKQ SockFD, LPTSTR IPName)
 {
     return GiveDottedText(SockFD, IPName, LocalAddress);
 }
 
+// cppcheck-suppress passedByValue ; as it is exported
 BOOL S_GetPeerIP(SOCKET_ZKQ SockFD, LPTSTR IPName)
 {
     return GiveDottedText(SockFD, IPName, PeerAddress);
 }
 
+// cppcheck-suppress passedByValue ; as it is exported
 BOOL S_GetSockHost(SOCKET_ZKQ SockFD, LPTSTR Name)
 {
     if (Name == nullptr)

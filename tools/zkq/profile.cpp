@@ -51,11 +51,12 @@ std::vector<std::string> AllNames(const std::function<DWORD(char*, DWORD)>& fill
     }
 }
 
+// cppcheck-suppress passedByValue ; it is changed in place, through its bytes
 std::string Trimmed(std::string text)
 {
     ZKQGeneral_TrimString(text.data(), 1);
     ZKQGeneral_TrimString(text.data(), 2);
-    return text.c_str();
+    return text.c_str(); // cppcheck-suppress stlcstrReturn ; ends at the NUL that was put there
 }
 
 /// The text with a key set, or nothing if the library refuses.
