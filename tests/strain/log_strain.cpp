@@ -19,8 +19,8 @@ constexpr char kLetters[] = "abcdefghijklmnop";
 /// A record's text, with its own name at either end.
 std::string RecordOf(const std::string& name, size_t padding)
 {
-    return "<" + name + "#" + std::to_string(padding) + ":" + std::string(padding, kLetters[padding % 16]) + ":" + name +
-           ">";
+    return "<" + name + "#" + std::to_string(padding) + ":" + std::string(padding, kLetters[padding % 16]) + ":" +
+           name + ">";
 }
 
 void Enter(const Worker& worker, const std::string& name, size_t padding)
@@ -37,15 +37,19 @@ void Enter(const Worker& worker, const std::string& name, size_t padding)
 void Record(Worker& worker)
 {
     thread_local uint64_t number = 0;
-    const std::string name = std::to_string(worker.process.number) + "/" + std::to_string(worker.thread) + "/" +
-                             std::to_string(number++);
+    const std::string name =
+        std::to_string(worker.process.number) + "/" + std::to_string(worker.thread) + "/" + std::to_string(number++);
     const size_t padding = worker.Below(8) == 0 ? worker.Below(6000) : worker.Below(40);
     const std::string text = RecordOf(name, padding);
     void* const log = worker.process.log;
     BOOL written = FALSE;
     switch (worker.Below(3)) {
-    case 0: written = ZKQGeneral_RecordLogInfoEx(log, ZKQ_LOG_INFO, __FILE__, __LINE__, text.c_str()); break;
-    case 1: written = ZKQGeneral_RecordAppLogToFileEx_V(log, ZKQ_LOG_WARN, "%s", text.c_str()); break;
+    case 0:
+        written = ZKQGeneral_RecordLogInfoEx(log, ZKQ_LOG_INFO, __FILE__, __LINE__, text.c_str());
+        break;
+    case 1:
+        written = ZKQGeneral_RecordAppLogToFileEx_V(log, ZKQ_LOG_WARN, "%s", text.c_str());
+        break;
     default:
         written = ZKQGeneral_RecordAppLogToFileEx2_V(log, ZKQ_LOG_ERROR, __FILE__, __LINE__, "%s", text.c_str());
     }

@@ -94,7 +94,8 @@ void CleanUp(const Worker& worker)
         std::filesystem::remove_all(entry.path());
 }
 
-void RunThread(Process& process, int thread, const Options& options, double end, const Operations& operations, Board& board)
+void RunThread(Process& process, int thread, const Options& options, double end, const Operations& operations,
+               Board& board)
 {
     const uint64_t number = static_cast<uint64_t>(process.number * kThreads + thread);
     Worker worker(process, thread, options.seed * 1000 + number);
@@ -264,8 +265,8 @@ void JudgeCommon(const Site& site, SHAREDBLOCK& block, Board& board)
     if (counter == nullptr) {
         Find(board, "the common block cannot be locked");
     } else if (*counter != board.blockAdded) {
-        Find(board, "the common block's counter is " + std::to_string(*counter) + ", not " +
-                        std::to_string(board.blockAdded));
+        Find(board,
+             "the common block's counter is " + std::to_string(*counter) + ", not " + std::to_string(board.blockAdded));
     } else {
         printf("strain: the common block's counter is %lu, as counted\n", static_cast<unsigned long>(*counter));
     }
@@ -277,7 +278,8 @@ void JudgeCommon(const Site& site, SHAREDBLOCK& block, Board& board)
         Find(board, "log: " + finding);
     if (records < board.logged)
         Find(board, "the ledgers have " + std::to_string(records) + " records, not " + std::to_string(board.logged));
-    printf("strain: %lu records without faults, %zu lost or torn\n", static_cast<unsigned long>(records), findings.size());
+    printf("strain: %lu records without faults, %zu lost or torn\n", static_cast<unsigned long>(records),
+           findings.size());
 }
 
 /// System V objects of this run, by their keys.
@@ -325,8 +327,7 @@ void Report(const Board& board, const Site& site)
 
 int Run(const Options& options)
 {
-    void* const memory =
-        mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* const memory = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
         return 2;
     Board& board = *new (memory) Board();

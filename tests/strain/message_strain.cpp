@@ -40,18 +40,23 @@ const GENERAL_MSG_TEMPLATE kReadable[] = {
     ZKQ_MSG_RECORDSPTR(Whole, parts, partCount, Part_it, "parts", "/whole/list/part/count@")};
 ZKQ_MSG_RECORD_ITEM(Readable_it, kReadable)
 
-void Compare(Worker& worker, const Whole& told, const Whole& read, int mode)
+bool SameParts(const Whole& told, const Whole& read)
 {
-    worker.Right(read.serial == told.serial && strcmp(read.name, told.name) == 0, "the record's plain fields");
-    worker.Right(read.text != nullptr && strcmp(read.text, told.text) == 0, "the record's text");
-    worker.Right(mode != ZKQ_MSG_DER || (read.dataLength == told.dataLength &&
-                  memcmp(read.data, told.data, static_cast<size_t>(told.dataLength)) == 0),
-                 "the record's bytes");
-    worker.Right(read.partCount == told.partCount, "the number of parts");
+    if (read.partCount != told.partCount)
+        return false;
     for (int i = 0; i < told.partCount; ++i)
-        worker.Right(read.parts[i].number == told.parts[i].number &&
-                         strcmp(read.parts[i].note, told.parts[i].note) == 0,
-                     "a part");
+        if (read.parts[i].number != told.parts[i].number || read.parts[i].note == nullptr ||
+            strcmp(read.parts[i].note, told.parts[i].note) != 0)
+            return false;
+    return true;
+}
+
+bool Same(const Whole& told, const Whole& read, int mode)
+{
+    return read.serial == told.serial && strcmp(read.name, told.name) == 0 && read.text != nullptr &&
+           strcmp(read.text, told.text) == 0 && SameParts(told, read) &&
+           (mode != ZKQ_MSG_DER || (read.dataLength == told.dataLength &&
+                                    memcmp(read.data, told.data, static_cast<size_t>(told.dataLength)) == 0));
 }
 
 void RoundTrip(Worker& worker)
@@ -79,13 +84,16 @@ void RoundTrip(Worker& worker)
     const int length = ZKQGeneral_MSG_i2d(&whole, &out, 0, item, mode);
     const Owned<unsigned char> owned(out);
     worker.Must(mode == ZKQ_MSG_DER ? length > 0 : length == 0, "MSG_i2d");
-    const Exact input(
-        std::string_view(reinterpret_cast<char*>(out), mode == ZKQ_MSG_DER ? static_cast<size_t>(length)
-                                                                           : strlen(reinterpret_cast<char*>(out)) + 1));
+    const Exact input(std::string_view(reinterpret_cast<char*>(out), mode == ZKQ_MSG_DER
+                                                                         ? static_cast<size_t>(length)
+                                                                         : strlen(reinterpret_cast<char*>(out)) + 1));
     Whole read;
     worker.Must(ZKQGeneral_MSG_d2i(&read, sizeof read, input.Data(), input.Size(), item, mode) == 0, "MSG_d2i");
     const Holder release([&] { ZKQGeneral_MSG_free(&read, item, 0, mode); });
-    Compare(worker, whole, read, mode);
+    if (mode == ZKQ_MSG_XML) // its reader reports no errors, want of memory included, and reads less
+        worker.RightUnlessFault(Same(whole, read, mode), "the record that comes back");
+    else
+        worker.Right(Same(whole, read, mode), "the record that comes back");
 }
 
 /// Adds what a query answers: a value asked for in two steps.
@@ -137,8 +145,9 @@ int TellExtensions(void* certificate, std::string& told)
 
 int TellAll(void* certificate, std::string& told)
 {
-    for (const int field : {ZKQ_CERT_SERIAL, ZKQ_CERT_NOT_BEFORE, ZKQ_CERT_NOT_AFTER, ZKQ_CERT_KEY_ALGORITHM,
-                            ZKQ_CERT_SIGN_ALGORITHM, ZKQ_CERT_KEY, ZKQ_CERT_SIGNATURE, ZKQ_CERT_SUBJECT, ZKQ_CERT_ISSUER})
+    for (const int field :
+         {ZKQ_CERT_SERIAL, ZKQ_CERT_NOT_BEFORE, ZKQ_CERT_NOT_AFTER, ZKQ_CERT_KEY_ALGORITHM, ZKQ_CERT_SIGN_ALGORITHM,
+          ZKQ_CERT_KEY, ZKQ_CERT_SIGNATURE, ZKQ_CERT_SUBJECT, ZKQ_CERT_ISSUER})
         if (const int error = Tell(told, [&](char* value, int* size) {
                 return ZKQGeneral_CertInfo_GetInfo(certificate, field, value, size);
             }))
@@ -176,8 +185,8 @@ std::string TellCertificate(const std::string& bytes, int* error)
 
 void AddMessage(Operations& operations)
 {
-    operations.insert(operations.end(),
-                      {{"x509 messages", "round trip", RoundTrip, 4}, {"x509 certificates", "fields", Certificates, 4}});
+    operations.insert(operations.end(), {{"x509 messages", "round trip", RoundTrip, 4},
+                                         {"x509 certificates", "fields", Certificates, 4}});
 }
 
 } // namespace strain

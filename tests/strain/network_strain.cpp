@@ -99,7 +99,8 @@ void Datagram(Worker& worker)
     char from[46] = "";
     size = 2000;
     const int patience = worker.Faults() > 0 ? 1 : kPatience; // one that was not sent is not told
-    worker.Must(S_ReceiveUDPDatagram(receiver.Get(), from, nullptr, room.Text(), &size, patience), "S_ReceiveUDPDatagram");
+    worker.Must(S_ReceiveUDPDatagram(receiver.Get(), from, nullptr, room.Text(), &size, patience),
+                "S_ReceiveUDPDatagram");
     worker.RightUnlessFault(size == content.size(), "the length of the datagram");
     if (size == content.size())
         worker.Right(room.String(size) == content, "the datagram");

@@ -175,7 +175,8 @@ Process::Process(const Site& theSite, int theNumber)
     info.TempPath = logs.c_str();
     info.RecordTime = 1;
     info.bAlwaysLog = ZKQ_LOG_ALL;
-    if (certificates.empty() || !ZKQGeneral_IsNeedLogFile(&info, &log) || !ZKQGeneral_SetAppLogFile(log, site.log.c_str()))
+    if (certificates.empty() || !ZKQGeneral_IsNeedLogFile(&info, &log) ||
+        !ZKQGeneral_SetAppLogFile(log, site.log.c_str()))
         throw std::runtime_error("a process cannot begin");
     server_ = std::make_unique<Server>();
     httpPort = server_->port;

@@ -52,9 +52,9 @@ void CommonFile(Worker& worker)
                                 memcmp(names, "common\0numbers\0", 16) == 0,
                             "the sections of the common file");
     char keys[400] = "";
-    worker.RightUnlessFault(
-        ZKQGeneral_GetPrivateProfileItemNames("numbers", keys, sizeof keys, file.c_str()) == 50 && keys[0] == '0',
-        "the keys of the common file");
+    worker.RightUnlessFault(ZKQGeneral_GetPrivateProfileItemNames("numbers", keys, sizeof keys, file.c_str()) == 50 &&
+                                keys[0] == '0',
+                            "the keys of the common file");
 }
 
 void Text(Worker& worker)

@@ -68,12 +68,12 @@ public:
 
     const Site& site;
     const int number;
-    void* log = nullptr;        ///< a context for all threads
-    int httpPort = 0;           ///< of the server that answers this process
-    std::string program;        ///< path of this program
-    std::string commandLine;    ///< as /proc has it, arguments joined
-    std::mutex routes;          ///< calls of ip.h are serialised
-    std::vector<std::string> certificates;        ///< DER of the corpus
+    void* log = nullptr;                         ///< a context for all threads
+    int httpPort = 0;                            ///< of the server that answers this process
+    std::string program;                         ///< path of this program
+    std::string commandLine;                     ///< as /proc has it, arguments joined
+    std::mutex routes;                           ///< calls of ip.h are serialised
+    std::vector<std::string> certificates;       ///< DER of the corpus
     std::vector<std::string> certificatesAsTold; ///< what each tells when nothing else runs
 private:
     struct Server;

@@ -91,9 +91,11 @@ void ProgramsAside(Worker& worker)
 void Processes(Worker& worker)
 {
     int isRunning = -1;
-    worker.Must(ZKQGeneral_IsApplicationRunning(worker.process.commandLine.c_str(), &isRunning), "IsApplicationRunning");
+    worker.Must(ZKQGeneral_IsApplicationRunning(worker.process.commandLine.c_str(), &isRunning),
+                "IsApplicationRunning");
     worker.RightUnlessFault(isRunning == 1, "this program is running");
-    worker.Must(ZKQGeneral_IsApplicationRunning("no such program as this", &isRunning), "IsApplicationRunning, of none");
+    worker.Must(ZKQGeneral_IsApplicationRunning("no such program as this", &isRunning),
+                "IsApplicationRunning, of none");
     worker.Right(isRunning == 0, "no such program is running");
     worker.Right(ZKQGeneral_DetectApplication(("lock" + std::to_string(worker.process.number)).c_str(),
                                               worker.process.site.directory.c_str()) == TRUE,

@@ -97,9 +97,8 @@ void Base64(Worker& worker)
     const std::string content = worker.Bytes(worker.Below(3000));
     const Exact bytes(content);
     char* text = nullptr;
-    worker.Must(
-        ZKQGeneral_ConvertToBase64Ex(bytes.Data(), bytes.Size(), &text, static_cast<int>(worker.Below(20)) * 4),
-        "ConvertToBase64Ex");
+    worker.Must(ZKQGeneral_ConvertToBase64Ex(bytes.Data(), bytes.Size(), &text, static_cast<int>(worker.Below(20)) * 4),
+                "ConvertToBase64Ex");
     const Owned<char> owned(text);
     unsigned char* back = nullptr;
     int length = -1;
@@ -122,7 +121,8 @@ std::string Chinese(Worker& worker)
         if (worker.Maybe())
             text += worker.Word(1);
         else
-            text.append(1, static_cast<char>(0xB0 + worker.Below(0x27))).append(1, static_cast<char>(0xA1 + worker.Below(94)));
+            text.append(1, static_cast<char>(0xB0 + worker.Below(0x27)))
+                .append(1, static_cast<char>(0xA1 + worker.Below(94)));
     return text;
 }
 

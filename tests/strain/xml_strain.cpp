@@ -83,7 +83,8 @@ void Texts(Worker& worker)
         const Holder close([&] { WQXXMLH_Close2(document, &text); });
         Fill(worker, document, model);
         worker.Must(WQXXMLH_SetDeclaration(document, "1.0", "UTF-8", nullptr) == 0, "SetDeclaration");
-        worker.Must(WQXXMLH_AddElementValue(document, "/root/deep/deeper", "text", "some text") == 0, "AddElementValue");
+        worker.Must(WQXXMLH_AddElementValue(document, "/root/deep/deeper", "text", "some text") == 0,
+                    "AddElementValue");
         char* value = nullptr;
         worker.Must(WQXXMLH_GetElementValue(document, "/root/deep/deeper/text", &value) == 0, "GetElementValue");
         worker.Right(strcmp(value, "some text") == 0, "GetElementValue's text");
