@@ -186,6 +186,11 @@ private:
     Release release_;
 };
 
+/// The process-wide error text as callers read it: while others write it. Whatever they do, it is terminated. The library
+/// stores its bytes atomically; this reading, which the interface leaves to callers, is the race that is documented, and is
+/// hidden from ThreadSanitizer.
+std::string ReadErrorText();
+
 // Without faults, whoever calls.
 std::string ReadWhole(const std::string& path);
 void WriteWhole(const std::string& path, const std::string& content);

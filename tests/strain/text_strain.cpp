@@ -12,6 +12,8 @@
 namespace strain {
 namespace {
 
+constexpr size_t kErrorTextSize = 256;
+
 void Split(Worker& worker)
 {
     std::vector<std::string> words(worker.Below(20));
@@ -146,16 +148,10 @@ void Charsets(Worker& worker)
     worker.Right(back.String(static_cast<size_t>(backLength)) == text, "GBK through UCS-2");
 }
 
-/// One text for the process: whatever the others do meanwhile, it is terminated.
-__attribute__((noinline)) size_t LengthOfErrorText()
-{
-    return strnlen(ZKQGeneral_GetGeneralErrorInfo(), 10000);
-}
-
 void ErrorText(Worker& worker)
 {
     worker.Right(!ZKQGeneral_IsFileExist("/nowhere/at/all"), "what is nowhere does not exist");
-    worker.Right(LengthOfErrorText() < 1024, "the error text is terminated");
+    worker.Right(ReadErrorText().size() < kErrorTextSize, "the error text is terminated");
     char text[100];
     worker.Must(ZKQGeneral_GetSystemErrorInfoString(2, text, sizeof text), "GetSystemErrorInfoString");
     worker.Right(strcmp(text, "No such file or directory") == 0, "the text of a number");

@@ -15,6 +15,16 @@ void Releaser::operator()(void* block) const
     ZKQGeneral_FreeMallocBuffer(block);
 }
 
+__attribute__((no_sanitize_thread)) std::string ReadErrorText()
+{
+    constexpr size_t kMost = 1000;
+    const char* const text = ZKQGeneral_GetGeneralErrorInfo();
+    char copy[kMost + 1] = {};
+    for (size_t i = 0; i < kMost && text[i] != '\0'; ++i)
+        copy[i] = text[i];
+    return copy;
+}
+
 std::string ReadWhole(const std::string& path)
 {
     const fault::Calm calm;
@@ -106,7 +116,7 @@ Worker::Verdict Worker::Run(void (*operation)(Worker&), bool withFaults)
     verdict.faults = Faults();
     if (verdict.refused && verdict.faults == 0) {
         verdict.wrong = true;
-        verdict.what += " failed without a fault";
+        verdict.what += " failed without a fault, the error text being \"" + ReadErrorText() + "\"";
     }
     faults_ = nullptr;
     owner_.reset();
