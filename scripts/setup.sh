@@ -23,7 +23,7 @@ bench=(
     gnuplot-nox # plots
 )
 checks=(
-    nginx-light clang valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr
+    nginx-light clang cppcheck valgrind clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck doxygen gcovr
     dpkg-dev file mmdebstrap abigail-tools # packaging
 )
 

@@ -28,15 +28,18 @@ ZKQ_AVX2 inline __m256i Twice(const Half& table)
 
 /// Makes of each group b0 b1 b2 the word b1 b0 b2 b1. The lower half of a block starts with its first byte; the upper
 /// half ends with its last, so that nothing beyond is read.
-alignas(32) constexpr std::array<uint8_t, kBlockChars> kSpread = [] {
+constexpr std::array<uint8_t, kBlockChars> MakeSpread()
+{
     std::array<uint8_t, kBlockChars> order{};
     for (size_t i = 0; i < order.size(); ++i)
         order[i] = static_cast<uint8_t>(i % 16 / 4 * 3 + std::array<size_t, 4>{1, 0, 2, 1}[i % 4] + (i < 16 ? 0u : 4u));
     return order;
-}();
+}
+alignas(32) constexpr std::array<uint8_t, kBlockChars> kSpread = MakeSpread();
 
 /// What is added to a place in the alphabet, by its range: lower case (0), digits (1 to 10), "+" and "/", upper case.
-constexpr Half kOffsets = [] {
+constexpr Half MakeOffsets()
+{
     Half offsets{};
     offsets[0] = 'a' - 26;
     for (size_t i = 1; i <= 10; ++i)
@@ -45,7 +48,8 @@ constexpr Half kOffsets = [] {
     offsets[12] = static_cast<uint8_t>('/' - 63);
     offsets[13] = 'A';
     return offsets;
-}();
+}
+constexpr Half kOffsets = MakeOffsets();
 
 ZKQ_AVX2 inline __m256i Spread(const unsigned char* in)
 {
@@ -110,30 +114,36 @@ constexpr uint8_t RowBit(size_t row)
     return static_cast<uint8_t>(row >= 2 && row <= 7 ? 1u << row : 1u);
 }
 
-constexpr Half kRowBits = [] {
+constexpr Half MakeRowBits()
+{
     Half bits{};
     for (size_t row = 0; row < bits.size(); ++row)
         bits[row] = RowBit(row);
     return bits;
-}();
+}
+constexpr Half kRowBits = MakeRowBits();
 
-constexpr Half kOthersInColumn = [] {
+constexpr Half MakeOthersInColumn()
+{
     Half others{};
     for (size_t byte = 0; byte < 256; ++byte)
         if (kBase64Values[byte] > 63)
             others[byte % 16] = static_cast<uint8_t>(others[byte % 16] | RowBit(byte / 16));
     return others;
-}();
+}
+constexpr Half kOthersInColumn = MakeOthersInColumn();
 
 /// What is added to a character for its place in the alphabet, by row. "/" uses the entry of the row before its own.
 constexpr size_t kSlashEntry = '/' / 16 - 1;
-constexpr Half kRolls = [] {
+constexpr Half MakeRolls()
+{
     Half rolls{};
     for (const char first : {'+', '0', 'A', 'P', 'a', 'p'})
         rolls[static_cast<size_t>(first) / 16] = static_cast<uint8_t>(Base64Value(first) - first);
     rolls[kSlashEntry] = static_cast<uint8_t>(Base64Value('/') - '/');
     return rolls;
-}();
+}
+constexpr Half kRolls = MakeRolls();
 
 /// Takes the three bytes of each group out of a word, the highest first.
 constexpr Half kGather = {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, 0x80, 0x80, 0x80, 0x80};

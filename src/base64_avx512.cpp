@@ -24,43 +24,53 @@ constexpr size_t kBlockChars = 64;
 using Bytes = std::array<uint8_t, kBlockChars>;
 
 /// Makes of each group b0 b1 b2 the word b1 b0 b2 b1, from which four shifts get the four places in the alphabet.
-alignas(64) constexpr Bytes kSpread = [] {
+constexpr Bytes MakeSpread()
+{
     Bytes order{};
     for (size_t i = 0; i < order.size(); ++i)
         order[i] = static_cast<uint8_t>(i / 4 * 3 + std::array<size_t, 4>{1, 0, 2, 1}[i % 4]);
     return order;
-}();
+}
+alignas(64) constexpr Bytes kSpread = MakeSpread();
 
-alignas(64) constexpr Bytes kShifts = [] {
+constexpr Bytes MakeShifts()
+{
     Bytes shifts{};
     for (size_t i = 0; i < shifts.size(); ++i)
         shifts[i] = static_cast<uint8_t>(i % 8 / 4 * 32 + std::array<size_t, 4>{10, 4, 22, 16}[i % 4]);
     return shifts;
-}();
+}
+alignas(64) constexpr Bytes kShifts = MakeShifts();
 
-alignas(64) constexpr Bytes kAlphabetTable = [] {
+constexpr Bytes MakeAlphabetTable()
+{
     Bytes table{};
     for (size_t i = 0; i < table.size(); ++i)
         table[i] = static_cast<uint8_t>(kBase64Alphabet[i]);
     return table;
-}();
+}
+alignas(64) constexpr Bytes kAlphabetTable = MakeAlphabetTable();
 
 /// The values of the characters 0 to 127; whatever is not in the alphabet has the highest bit.
 constexpr char kNoValue = '\x80';
-alignas(64) constexpr std::array<uint8_t, 2 * kBlockChars> kValueTable = [] {
+constexpr std::array<uint8_t, 2 * kBlockChars> MakeValueTable()
+{
     std::array<uint8_t, 2 * kBlockChars> table{};
     for (size_t i = 0; i < table.size(); ++i)
         table[i] = kBase64Values[i] < 64 ? kBase64Values[i] : static_cast<uint8_t>(kNoValue);
     return table;
-}();
+}
+alignas(64) constexpr std::array<uint8_t, 2 * kBlockChars> kValueTable = MakeValueTable();
 
 /// Takes the three bytes of each group out of a word, the highest first.
-alignas(64) constexpr Bytes kGather = [] {
+constexpr Bytes MakeGather()
+{
     Bytes order{};
     for (size_t i = 0; i < kBlockBytes; ++i)
         order[i] = static_cast<uint8_t>(i / 3 * 4 + 2 - i % 3);
     return order;
-}();
+}
+alignas(64) constexpr Bytes kGather = MakeGather();
 
 ZKQ_AVX512 inline __m512i Load(const Bytes& table)
 {

@@ -14,14 +14,9 @@ namespace {
 
 constexpr size_t kChosenErrorSize = 128; // room for the text of a number that the library chose
 
-/// Threads may store at the same time. Single bytes are stored atomically and the last one is always the NUL, so that
-/// texts may mix but never lose their end.
 void StoreErrorText(const char* text, size_t size)
 {
-    const size_t length = strnlen(text, std::min(size, kErrorTextSize) - 1);
-    for (size_t i = 0; i < length; ++i)
-        std::atomic_ref(g_General_ErrorInfo[i]).store(text[i], std::memory_order_relaxed);
-    std::atomic_ref(g_General_ErrorInfo[length]).store('\0', std::memory_order_relaxed);
+    StoreSharedText(g_General_ErrorInfo, text, size);
 }
 
 void StoreSystemError(int number, size_t size)
@@ -32,6 +27,24 @@ void StoreSystemError(int number, size_t size)
 }
 
 } // namespace
+
+void StoreSharedText(char (&shared)[kErrorTextSize], const char* text, size_t size)
+{
+    const size_t length = strnlen(text, std::min(size, kErrorTextSize) - 1);
+    for (size_t i = 0; i < length; ++i)
+        std::atomic_ref(shared[i]).store(text[i], std::memory_order_relaxed);
+    std::atomic_ref(shared[length]).store('\0', std::memory_order_relaxed);
+}
+
+void LoadSharedText(const char (&shared)[kErrorTextSize], char (&copy)[kErrorTextSize])
+{
+    size_t i = 0;
+    // Of a byte that may be written: an atomic reference wants it so, and the buffers are no constants.
+    do
+        copy[i] = std::atomic_ref(const_cast<char&>(shared[i])).load(std::memory_order_relaxed);
+    while (copy[i] != '\0' && ++i < kErrorTextSize - 1);
+    copy[i] = '\0';
+}
 
 void GeneralMisc_SetErrorString(LPCTSTR ErrorString)
 {

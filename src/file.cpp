@@ -55,10 +55,13 @@ int FileLengthOf(const char* FileName, DWORD* Length)
     return kind == kDirectory ? EISDIR : 0;
 }
 
-bool PathExists(const char* path)
+/// 0 if there is something of this name, ENOENT if there is not, or the errno value of why that cannot be told.
+int FindPath(const char* path)
 {
     struct stat status;
-    return lstat(path, &status) == 0;
+    if (lstat(path, &status) == 0)
+        return 0;
+    return errno == ENOTDIR || errno == ENAMETOOLONG ? ENOENT : errno; // there can be nothing of such a name
 }
 
 /// Reads exactly `length` bytes; 0 or an errno value.
@@ -278,7 +281,8 @@ BOOL ZKQGeneral_IsFileExist(LPCTSTR FileName)
 {
     if (FileName == nullptr)
         return Fail(EINVAL);
-    return PathExists(FileName) ? TRUE : FailWithErrno();
+    struct stat status;
+    return lstat(FileName, &status) == 0 ? TRUE : FailWithErrno();
 }
 
 BOOL ZKQGeneral_GetFileLength(LPCTSTR FileName, DWORD* FileLength)
@@ -365,8 +369,8 @@ BOOL ZKQGeneral_MyDeleteDirectory(const char* DirectoryName)
     if (name.ends_with('/'))
         name.remove_suffix(1);
     TextBuilder(path).Add(name);
-    if (!PathExists(path))
-        return TRUE;
+    if (const int error = FindPath(path))
+        return Finish(error == ENOENT ? 0 : error);
     // Behind a "/" even a link would be followed, so none is left but that of the root.
     while (name.size() > 1 && name.ends_with('/'))
         name.remove_suffix(1);
@@ -385,8 +389,9 @@ BOOL ZKQGeneral_CopyFile(LPCTSTR lpExistingFileName, LPCTSTR lpNewFileName, BOOL
 {
     if (lpExistingFileName == nullptr || lpNewFileName == nullptr)
         return Fail(EINVAL);
-    if (bFailIfExists && PathExists(lpNewFileName))
-        return Fail(EEXIST);
+    if (bFailIfExists)
+        if (const int error = FindPath(lpNewFileName); error != ENOENT)
+            return Fail(error == 0 ? EEXIST : error);
     DWORD length = 0;
     if (const int error = FileLengthOf(lpExistingFileName, &length))
         return Fail(error);

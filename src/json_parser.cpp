@@ -130,7 +130,7 @@ inline cJSON* Parser::NewNode()
         General_LibraryLog(ZKQ_LOG_ERROR, Message::JsonNoItem, kJsonSource);
         return nullptr;
     }
-    auto* const node = new (room) cJSON{};
+    auto* const node = new (room) cJSON{}; // cppcheck-suppress legacyUninitvar ; it is being declared
     node->place = place;
     return node;
 }

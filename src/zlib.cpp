@@ -143,6 +143,7 @@ int Inflater::Decompress(std::span<const unsigned char> source, std::span<unsign
     int result = Z_OK;
     while (result == Z_OK) {
         const std::span<unsigned char> piece = room.first(std::min(room.size(), kWholePiece));
+        // cppcheck-suppress legacyUninitvar ; it is only written to
         OfferRoom(stream_, piece.empty() ? dropped : piece);
         result = Pass(&source, kWholePiece);
         if (!piece.empty())

@@ -6,6 +6,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "../internal/error.h"
 #include "../internal/file.h"
 #include "../internal/guards.h"
 #include "../internal/xmlh.h"
@@ -66,7 +67,9 @@ int LoadFile(const char* Filename, void** xml)
 {
     unsigned char* content = nullptr;
     if (!ZKQGeneral_GetFileContent(Filename, &content, nullptr)) {
-        WQXXMLH_Misc_SetExternalError(ZKQGeneral_GetGeneralErrorInfo());
+        char reason[kErrorTextSize];
+        LoadSharedText(g_General_ErrorInfo, reason);
+        WQXXMLH_Misc_SetExternalError(reason);
         return LogXmlResult(kXmlExternalError);
     }
     const MallocPtr<unsigned char> owner(content);

@@ -1,12 +1,12 @@
 #include <errno.h>
 #include <string.h>
 
+#include "../internal/error.h"
 #include "../internal/xmlh.h"
 #include "messages_gbk.h"
 
 namespace {
 
-constexpr size_t kErrorTextSize = 256;
 constinit char g_externalError[kErrorTextSize] = {};
 
 /// The text of a code other than -2.
@@ -34,11 +34,17 @@ const char* TextOfCode(int Ret)
 
 char* WQXXML_GetErrorString(int Ret, char* ErrorString)
 {
-    char* const output = ErrorString == nullptr ? g_externalError : ErrorString;
-    const char* const text = Ret == kXmlExternalError ? g_externalError : TextOfCode(Ret);
-    if (text != output)
-        GeneralMisc_OutputString(text, output, kErrorTextSize, 1);
-    return output;
+    const bool isShared = ErrorString == nullptr || ErrorString == g_externalError;
+    if (isShared) {
+        if (Ret != kXmlExternalError)
+            StoreSharedText(g_externalError, TextOfCode(Ret));
+        return g_externalError;
+    }
+    char external[kErrorTextSize];
+    if (Ret == kXmlExternalError)
+        LoadSharedText(g_externalError, external);
+    GeneralMisc_OutputString(Ret == kXmlExternalError ? external : TextOfCode(Ret), ErrorString, kErrorTextSize, 1);
+    return ErrorString;
 }
 
 char* WQXXMLH_GetErrorInfo(int ErrorCode, char* ErrorInfo)
@@ -49,7 +55,7 @@ char* WQXXMLH_GetErrorInfo(int ErrorCode, char* ErrorInfo)
 void WQXXMLH_Misc_SetExternalError(const char* Info)
 {
     if (Info != nullptr && Info != g_externalError)
-        GeneralMisc_OutputString(Info, g_externalError, sizeof g_externalError, 1);
+        StoreSharedText(g_externalError, Info);
 }
 
 char* WQXXMLH_Misc_GetExternalError()

@@ -14,7 +14,8 @@ inline constexpr uint8_t kBase64Pad = 127;
 inline constexpr uint8_t kBase64Break = 128; ///< CR, LF or blank
 inline constexpr uint8_t kBase64Bad = 255;
 
-inline constexpr std::array<uint8_t, 256> kBase64Values = [] {
+constexpr std::array<uint8_t, 256> MakeBase64Values()
+{
     std::array<uint8_t, 256> values;
     values.fill(kBase64Bad);
     for (size_t i = 0; i < kBase64Alphabet.size(); ++i)
@@ -23,7 +24,9 @@ inline constexpr std::array<uint8_t, 256> kBase64Values = [] {
     for (const char c : {'\r', '\n', ' '})
         values[static_cast<uint8_t>(c)] = kBase64Break;
     return values;
-}();
+}
+
+inline constexpr std::array<uint8_t, 256> kBase64Values = MakeBase64Values();
 
 constexpr uint8_t Base64Value(char c)
 {

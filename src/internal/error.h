@@ -7,6 +7,12 @@
 inline constexpr size_t kErrorTextSize = 256;
 extern char g_General_ErrorInfo[kErrorTextSize];
 
+/// Stores a text in a buffer of that size which all threads share, cut to it. Threads may store and load at the same time:
+/// single bytes are atomic and the last one is always the NUL, so that texts may mix but never lose their end.
+void StoreSharedText(char (&shared)[kErrorTextSize], const char* text, size_t size = kErrorTextSize);
+/// Copies a text out of such a buffer.
+void LoadSharedText(const char (&shared)[kErrorTextSize], char (&copy)[kErrorTextSize]);
+
 /// Stores a message of the library's own, cut to 255 bytes.
 void GeneralMisc_SetErrorString(LPCTSTR ErrorString);
 /// Stores the system's text for an errno value that the library chose; a negative number has no text.

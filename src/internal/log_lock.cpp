@@ -120,7 +120,7 @@ OpenSinks OpenAll(LOGCTX* ctx, const LogMasks& masks, unsigned types)
     for (int i = 0; i < kLogTypes; ++i)
         if (const int fd = SinkOf(ctx, i).fp; fd > 0)
             sinks.Insert({i, opened > 1 ? Identify(fd) : FileId{}});
-    return sinks;
+    return sinks; // cppcheck-suppress uninitvar ; its constructor leaves it empty
 }
 
 /// Locks a file; true if another process had it.

@@ -6,10 +6,14 @@
 #include <iconv.h>
 #include <netdb.h>
 #include <poll.h>
+#include <pthread.h>
+#include <spawn.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/select.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -17,6 +21,8 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <string_view>
 
@@ -28,26 +34,84 @@ int calls;
 bool hit;
 bool paused;
 fault::Failure armedFailure;
+/// How many places of operations have had their call fail. The process tells it when it ends.
+class Points {
+public:
+    ~Points()
+    {
+        if (allocations_ + others_ > 0)
+            printf("fault: %d allocations and %d other calls failed in turn\n", allocations_, others_);
+    }
+    void Count(const std::string& function)
+    {
+        constexpr std::string_view kAllocations = " malloc calloc realloc reallocarray strndup ";
+        ++(kAllocations.find(" " + function + " ") != std::string_view::npos ? allocations_ : others_);
+    }
+
+private:
+    int allocations_ = 0;
+    int others_ = 0;
+} points;
+
+thread_local fault::Random* chance;    // makes the calls of this thread fail, if there is one
+thread_local fault::Failure happening; // how the call that is being made fails
 
 /// Counts a call of the armed function; true if it is the one to fail, with errno set.
-bool Fails(std::string_view function)
+bool Fails(const char* function)
 {
-    if (paused || armedFunction.empty() || function != armedFunction || (++calls != armedCall && armedCall != 0))
-        return false;
-    hit = true;
-    if (!armedFailure.isShort)
-        errno = armedFailure.error;
+    if (chance != nullptr) {
+        if (!chance->Decide(function, &happening))
+            return false;
+    } else {
+        if (paused || armedFunction.empty() || function != armedFunction || (++calls != armedCall && armedCall != 0))
+            return false;
+        hit = true;
+        happening = armedFailure;
+    }
+    if (!happening.isShort)
+        errno = happening.error;
     return true;
 }
 
 /// As Fails(), for calls that move bytes: a short one goes on with half of them.
-bool FailsBytes(std::string_view function, size_t* size)
+bool FailsBytes(const char* function, size_t* size)
 {
     if (!Fails(function))
         return false;
-    if (armedFailure.isShort)
+    if (happening.isShort)
         *size = (*size + 1) / 2;
-    return !armedFailure.isShort;
+    return !happening.isShort;
+}
+
+/// How calls of the system may fail. What a call never answers is not among it: a program may rely on that.
+struct Manner {
+    const char* functions; // with a blank around each
+    std::initializer_list<int> errors;
+    bool mayBeShort;
+};
+const Manner kManners[] = {
+    {" malloc calloc realloc reallocarray strndup fdopen fdopendir ", {ENOMEM}, false},
+    {" read pread recv ", {EINTR, EIO}, true},
+    {" write writev send pwrite copy_file_range ", {EINTR, EIO, ENOSPC}, true},
+    {" sendto recvfrom recvmsg ", {EINTR, ENOBUFS}, false},
+    {" open openat opendir ", {EMFILE, EACCES, EINTR}, false},
+    {" socket accept ", {EMFILE, ENOBUFS}, false},
+    {" close ", {EINTR, EIO}, false},
+    {" ppoll pselect ", {EINTR, ENOMEM}, false},
+    {" connect ", {ECONNREFUSED, ENETUNREACH}, false},
+    {" flock ", {EINTR, ENOLCK}, false},
+    {" semget shmget ", {ENOSPC, EACCES}, false},
+    {" fwrite ftruncate mkdir mkdirat symlink ", {ENOSPC, EACCES}, false},
+};
+const Manner kOtherwise = {"", {EIO, ENOMEM}, false};
+
+const Manner& MannerOf(const char* function)
+{
+    const std::string name = " " + std::string(function) + " ";
+    const Manner* const found = std::find_if(std::begin(kManners), std::end(kManners), [&](const Manner& manner) {
+        return std::string_view(manner.functions).find(name) != std::string_view::npos;
+    });
+    return found == std::end(kManners) ? kOtherwise : *found;
 }
 
 } // namespace
@@ -139,6 +203,8 @@ void fault::Arm(const std::string& function, int call, Failure failure)
 
 bool fault::Disarm()
 {
+    if (hit && !armedFunction.empty())
+        points.Count(armedFunction);
     armedFunction.clear();
     return hit;
 }
@@ -165,6 +231,48 @@ fault::Pause::Pause()
 fault::Pause::~Pause()
 {
     paused = false;
+}
+
+fault::Random::Random(uint64_t seed, unsigned oneIn) : state_(seed), oneIn_(oneIn)
+{
+    chance = this;
+}
+
+fault::Random::~Random()
+{
+    chance = nullptr;
+}
+
+/// The numbers of SplitMix64.
+uint64_t fault::Random::Next()
+{
+    state_ += 0x9E3779B97F4A7C15;
+    uint64_t mixed = state_;
+    mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
+    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
+    return mixed ^ mixed >> 31;
+}
+
+bool fault::Random::Decide(const char* function, Failure* failure)
+{
+    if (Next() % oneIn_ != 0)
+        return false;
+    const Manner& manner = MannerOf(function);
+    const size_t choice = Next() % (manner.errors.size() + (manner.mayBeShort ? 1 : 0));
+    const bool isShort = choice == manner.errors.size();
+    *failure = {isShort ? 0 : *(manner.errors.begin() + choice), isShort};
+    ++hits_;
+    return true;
+}
+
+fault::Calm::Calm() : before_(chance)
+{
+    chance = nullptr;
+}
+
+fault::Calm::~Calm()
+{
+    chance = before_;
 }
 
 // The replacements. A pointer result fails with null, one of zlib's with one of its codes, any other with -1.
@@ -253,6 +361,17 @@ WRAP(int, EAI_AGAIN, getnameinfo,
      (address, length, name, nameSize, service, serviceSize, flags))
 WRAP(ssize_t, -1, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
 WRAP(int, -1, ioctl, (int fd, unsigned long request, void* argument), (fd, request, argument))
+WRAP(int, -1, semget, (key_t key, int count, int flags), (key, count, flags))
+WRAP(int, -1, shmget, (key_t key, size_t size, int flags), (key, size, flags))
+WRAP(void*, reinterpret_cast<void*>(-1), shmat, (int id, const void* address, int flags), (id, address, flags))
+WRAP(int, ENOMEM, posix_spawn,
+     (pid_t * child, const char* path, const posix_spawn_file_actions_t* actions, const posix_spawnattr_t* attributes,
+      char* const* arguments, char* const* environment),
+     (child, path, actions, attributes, arguments, environment))
+WRAP(int, EAGAIN, pthread_create,
+     (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
+     (thread, attributes, body, argument))
+WRAP(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode))
 WRAP_BYTES(recv, recv, (int fd, void* data, size_t size, int flags), size, (fd, data, size, flags))
 WRAP_BYTES(send, send, (int fd, const void* data, size_t size, int flags), size, (fd, data, size, flags))
 WRAP_BYTES(recvfrom, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length), size,
@@ -275,7 +394,7 @@ ssize_t __wrap_writev(int fd, const iovec* vector, int count)
     size_t first = vector[0].iov_len;
     if (!Fails("writev"))
         return __real_writev(fd, vector, count);
-    if (!armedFailure.isShort)
+    if (!happening.isShort)
         return -1;
     first = (first + 1) / 2;
     return ::write(fd, vector[0].iov_base, first);
@@ -287,8 +406,9 @@ extern "C" int __wrap_close(int fd);
 int __wrap_close(int fd)
 {
     const bool fails = Fails("close");
+    const int error = happening.error;
     const int result = __real_close(fd);
-    return fails ? (errno = armedFailure.error, -1) : result;
+    return fails ? (errno = error, -1) : result;
 }
 
 extern "C" int __real_open(const char* path, int flags, ...);

@@ -631,7 +631,7 @@ INSTANTIATE_TEST_SUITE_P(
                      return deleted && access(name.c_str(), F_OK) != 0;
                  },
                  {"close"},
-                 {"lstat"}},
+                 {}},
         Scenario{"copy",
                  Source,
                  [](const LogDir& d) {
@@ -834,6 +834,19 @@ TEST(Copy, AFullDiskEndsItWithoutANewText)
     EXPECT_FALSE(ZKQGeneral_CopyFile(dir.File("src").c_str(), "/dev/full", FALSE));
     fault::Disarm();
     EXPECT_TRUE(support::ErrorTextIsMarked());
+}
+
+TEST(Copy, ADestinationThatCannotBeLookedAtIsNotOverwritten)
+{
+    const LogDir dir;
+    WriteFile(dir.File("src"), "new");
+    WriteFile(dir.File("dst"), "old");
+    support::MarkErrorText();
+    fault::Arm("lstat", 1, {EIO, false});
+    EXPECT_FALSE(ZKQGeneral_CopyFile(dir.File("src").c_str(), dir.File("dst").c_str(), TRUE));
+    EXPECT_TRUE(fault::Disarm());
+    EXPECT_STREQ(ZKQGeneral_GetGeneralErrorInfo(), strerror(EIO));
+    EXPECT_EQ(ReadFile(dir.File("dst")), "old");
 }
 
 TEST(Compression, TheCallersBuffersNeedNoMemory)

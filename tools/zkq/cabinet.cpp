@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <optional>
@@ -64,7 +65,7 @@ Sections ReadSections(const std::string& text)
     Keys* keys = &sections[""];
     std::istringstream lines(text.c_str()); // as a text, up to its NUL
     for (std::string line; std::getline(lines, line);) {
-        line = line.substr(0, line.find('\r'));
+        line.resize(std::min(line.find('\r'), line.size()));
         if (line.starts_with('[')) {
             const size_t end = line.find(']');
             if (end == std::string::npos)

@@ -41,7 +41,7 @@ int FamilyOf(const std::string& host)
 /// An open socket, closed at the end.
 class Socket {
 public:
-    explicit Socket(SOCKET_ZKQ accepted) : sy_(accepted) {}
+    explicit Socket(const SOCKET_ZKQ& accepted) : sy_(accepted) {}
     explicit Socket(int family)
     {
         if (!S_Open(&sy_, family, SOCK_STREAM, 0))

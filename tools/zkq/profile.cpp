@@ -57,7 +57,7 @@ std::string Trimmed(std::string text)
 {
     ZKQGeneral_TrimString(text.data(), 1);
     ZKQGeneral_TrimString(text.data(), 2);
-    return text.c_str();
+    return text.c_str(); // cppcheck-suppress stlcstrReturn ; ends at the NUL that was put there
 }
 
 /// The text with a key set, or nothing if the library refuses.
