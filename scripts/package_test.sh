@@ -83,7 +83,10 @@ inside sh -c 'cc -std=c11 -static /tmp/packages/main.c -o /tmp/packages/whole \
 for file in usr/share/man/man1/zkq.1.gz usr/share/bash-completion/completions/zkq usr/lib/*/cmake/ZKQ_general/ZKQ_generalConfig.cmake; do
     compgen -G "$root/$file" >/dev/null || expect "the file /$file" missing there
 done
-echo "package test: $(find "$root/usr/share/man/man3" -name '*.gz' -exec zgrep -l ZKQ_general {} + 2>/dev/null | wc -l) manual pages of functions"
+functions=$(sed -n 's/^ *\([A-Za-z_][A-Za-z0-9_]*\);$/\1/p' "$OLDPWD/src/libZKQ_general.map")
+for function in $functions; do
+    [ -e "$root/usr/share/man/man3/$function.3.gz" ] || expect "the manual page of $function" missing there
+done
 
 # Gone without a trace; what has the library inside of it does not miss it.
 inside dpkg --purge zkq libzkq-general-dev libzkq-general1 >/dev/null
