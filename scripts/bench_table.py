@@ -251,9 +251,9 @@ def show_time(nanoseconds):
 
 
 def spread(values):
-    """The middle half of the repetitions, as a part of their median."""
+    """The middle half of the repetitions, as a part of their median; nothing is said of fewer than four."""
     if len(values) < 4:
-        return 0.0
+        return math.nan
     quarters = statistics.quantiles(values, n=4)
     return (quarters[2] - quarters[0]) / quarters[1]
 
@@ -296,7 +296,7 @@ def measured_growth(times):
 def tables(times, family=""):
     """The lines of both tables of one family, or of all."""
     ratios = [table_line(what, show_time(our_time), peer, show_time(peer_time), f"{ratio:.3g}", f"{bar:.3g}" if bar else "",
-                         f"{noise:.0%}", verdict(ratio, bar) + (", unsteady" if bar and noise > UNSTEADY else ""))
+                         "" if math.isnan(noise) else f"{noise:.0%}", verdict(ratio, bar) + (", unsteady" if bar and noise > UNSTEADY else ""))
               for what, ours, our_time, peer, peer_time, ratio, bar, noise in measured_ratios(times)
               if ours.startswith(family)]
     growth = [table_line(what, f"{slope:.2f}", peer or "", "" if peer_slope is None else f"{peer_slope:.2f}", f"{LINEAR}",

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr size_t kMemoryMargin = 3; // what a line in memory must leave free, its line feed included
 constexpr std::string_view kAssign = " = ";
 
 const char* FindOrEnd(const char* begin, const char* end, char c)
@@ -161,11 +160,13 @@ void ProfileOutput::Append(std::string_view text)
 
 void ProfileOutput::FlushPending()
 {
-    pending_.copy(block_.get() + size_ - pending_.size(), pending_.size());
-    pending_ = {};
+    const std::string_view pending(pendingBegin_, static_cast<size_t>(pendingEnd_ - pendingBegin_));
+    pending.copy(block_.get() + size_ - pending.size(), pending.size());
+    pendingBegin_ = pendingEnd_ = nullptr;
 }
 
-int ProfileOutput::Copy(const ProfileLine& line)
+/// A line that does not lengthen what is pending.
+int ProfileOutput::CopyApart(const ProfileLine& line)
 {
     if (line.text.empty() && inMemory_)
         return 0;
@@ -176,13 +177,12 @@ int ProfileOutput::Copy(const ProfileLine& line)
         Append("\n");
         return 0;
     }
-    if (pending_.data() + pending_.size() != line.text.data()) {
+    if (line.text.data() != pendingEnd_) {
         FlushPending();
-        pending_ = {line.text.data(), 0};
+        pendingBegin_ = pendingEnd_ = line.text.data();
     }
-    const size_t length = line.text.size() + 1; // the line feed stands behind the text
-    pending_ = {pending_.data(), pending_.size() + length};
-    size_ += length;
+    pendingEnd_ += line.text.size() + 1;
+    size_ += line.text.size() + 1;
     return 0;
 }
 

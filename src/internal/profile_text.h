@@ -65,8 +65,18 @@ public:
 
     /// The first block could be had.
     bool IsReady() const { return block_ != nullptr; }
-    /// Appends a line of the source as it is; 0 or ENOMEM.
-    int Copy(const ProfileLine& line);
+    /// Appends a line of the source as it is; 0 or ENOMEM. Nearly all lines follow the one before, and only lengthen what is
+    /// pending.
+    int Copy(const ProfileLine& line)
+    {
+        const size_t length = line.text.size() + 1; // the line feed stands behind the text
+        const bool isKept = length > 1 || !inMemory_;
+        if (!line.isWhole || !isKept || line.text.data() != pendingEnd_ || length + kMemoryMargin - 1 > capacity_ - size_)
+            return CopyApart(line);
+        pendingEnd_ += length;
+        size_ += length;
+        return 0;
+    }
     /// Appends "key = value"; 0 or ENOMEM.
     int Add(const ProfileEntry& entry);
     /// Appends "[section]" and "key = value"; 0 or ENOMEM.
@@ -78,16 +88,20 @@ public:
     char* Release() { return block_.release(); }
 
 private:
+    static constexpr size_t kMemoryMargin = 3; ///< what a line in memory must leave free, its line feed included
+
     ProfileOutput(size_t capacity, bool inMemory);
     int Reserve(size_t length);
     int Start(size_t length);
+    int CopyApart(const ProfileLine& line);
     void Append(std::string_view text);
     void FlushPending();
 
     MallocPtr<char> block_;
     size_t capacity_;
     size_t size_ = 0;
-    std::string_view pending_; ///< unchanged source text, counted in size_ but not copied yet
+    const char* pendingBegin_ = nullptr; ///< unchanged source text, counted in size_ but not copied yet
+    const char* pendingEnd_ = nullptr;
     bool inMemory_;
 };
 
