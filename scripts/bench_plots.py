@@ -45,7 +45,7 @@ set xlabel "{size}"
 set ylabel "{unit} per second"
 set format x "10^{{%L}}"
 set grid
-set key outside right center
+set key outside right center noenhanced
 plot {lines}
 """
 

@@ -9,7 +9,7 @@ set -euo pipefail
 packages=(
     g++ cmake ninja-build pkg-config libc-bin zlib1g-dev # building
     libcli11-dev                                         # the tool
-    libgtest-dev binutils bsdutils util-linux git        # testing
+    libgtest-dev binutils bsdutils util-linux git locales # testing
     libssl-dev openssl ca-certificates                   # testing certificates
     iproute2 iputils-ping                                # testing, in networks of their own
     curl python3                                         # testing, at the other end of connections
