@@ -2,15 +2,14 @@
 #include <ZKQ_general.hpp>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <string.h>
 #include <sys/shm.h>
 
 #include <string>
 #include <vector>
 
-#include "support/child.h"
 #include "support/error_text.h"
+#include "support/ipc_namespace.h"
 #include "support/owner.h"
 #include "support/temp_dir.h"
 
@@ -179,20 +178,6 @@ bool MemoryExists()
 {
     return shmget(static_cast<key_t>(kMemoryKey), 0, 0) >= 0;
 }
-
-// In the kernel's namespace of a child's own, with no objects of others about.
-template <class Part>
-bool RunAlone(Part part)
-{
-    return support::RunInChild([&] {
-        if (unshare(CLONE_NEWIPC) != 0)
-            support::SkipChild("IPC namespace");
-        part();
-    });
-}
-#define RUN_ALONE(...)                                                                                                 \
-    if (!RunAlone(__VA_ARGS__))                                                                                        \
-    GTEST_SKIP() << "the system does not allow this test, see above"
 
 TEST(CppSharedBlock, IsSharedUnderItsLock)
 {

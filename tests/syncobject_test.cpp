@@ -1,7 +1,6 @@
 // Semaphores, shared memory and shared blocks, in the kernel's namespace of a test's own where that is allowed.
 #include <ZKQ_general/syncobject.h>
 #include <limits.h>
-#include <sched.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -13,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/child.h"
 #include "support/error_text.h"
+#include "support/ipc_namespace.h"
 
 namespace {
 
@@ -22,20 +21,6 @@ using support::ErrorText;
 
 constexpr int kKey = 0x5A4B5101;
 constexpr int kOtherKey = kKey + 1;
-
-/// Runs in a child, with no objects of others about; all that it leaves is removed with its namespace, or here.
-template <class Part>
-bool RunAlone(Part part)
-{
-    return support::RunInChild([&] {
-        if (unshare(CLONE_NEWIPC) != 0)
-            support::SkipChild("IPC namespace");
-        part();
-    });
-}
-#define RUN_ALONE(...)                                                                                                 \
-    if (!RunAlone(__VA_ARGS__))                                                                                        \
-    GTEST_SKIP() << "the system does not allow this test, see above"
 
 int Units(int semaphore)
 {

@@ -71,7 +71,8 @@ public:
     {
         const size_t length = line.text.size() + 1; // the line feed stands behind the text
         const bool isKept = length > 1 || !inMemory_;
-        if (!line.isWhole || !isKept || line.text.data() != pendingEnd_ || length + kMemoryMargin - 1 > capacity_ - size_)
+        if (!line.isWhole || !isKept || line.text.data() != pendingEnd_ ||
+            length + kMemoryMargin - 1 > capacity_ - size_)
             return CopyApart(line);
         pendingEnd_ += length;
         size_ += length;
