@@ -25,7 +25,10 @@ expect() {
 expect "the C program" "$("$work/consumer_c")" $'5 /tmp/\nFunction call successed!'
 
 "$cmake" -G "$generator" -S "$source/consumer_cxx" -B "$work/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
-"$cmake" --build "$work/build" >/dev/null
+"$cmake" --build "$work/build" >"$work/log" || {
+    cat "$work/log"
+    exit 1
+}
 expect "the C++ program" "$("$work/build/consumer")" "2 a b"
 
 # alone PROGRAM: it has the library inside of it, and asks for nothing of C++.
