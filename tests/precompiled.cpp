@@ -1,0 +1,1 @@
+// Compiled for the headers that tests share, which are precompiled with it.
