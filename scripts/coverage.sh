@@ -5,6 +5,6 @@ cd "$(dirname "$0")/.."
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage --parallel "$(nproc)"
 find build/coverage -name '*.gcda' -delete
-ctest --preset coverage --parallel "$(nproc)" --output-on-failure | tail -n 3
+ctest --preset coverage --parallel "$(($(nproc) + 1))" --output-on-failure | tail -n 3
 gcovr --root . --filter 'src/' --object-directory build/coverage --exclude-throw-branches --fail-under-line 98 \
     --print-summary "$@" build/coverage
