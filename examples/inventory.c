@@ -12,8 +12,8 @@
 #define REPORT_TIMEOUT 10 /* seconds */
 #define MAX_ANSWER 1024   /* bytes */
 #define HEADER 4          /* bytes of a packet that tell its length */
-#define BUCKETS 64        /* of the table of cards */
-#define MORE 8            /* cards that may come while they are listed */
+#define BUCKETS 64        /* of the tables of interfaces */
+#define MORE 8            /* interfaces beyond those that were counted */
 enum { ITEM_HOST = 1, ITEM_LENGTH, ITEM_JSON, ITEM_INTERFACES };
 
 /* How the records are encoded: the same fields for bytes and for JSON. */
@@ -77,15 +77,18 @@ static void* TableOfCards(void)
     return table;
 }
 
-static int AddInterface(INVENTORY* inventory, const char* name, void* cards)
+static int MakeRoom(INVENTORY* inventory, int room)
+{
+    INTERFACE* grown = realloc(inventory->interfaces, (size_t)room * sizeof *grown);
+    if (grown != NULL)
+        inventory->interfaces = grown;
+    return grown != NULL;
+}
+
+static void AddInterface(INVENTORY* inventory, const char* name, void* cards)
 {
     void* card = NULL;
-    INTERFACE* grown =
-        realloc(inventory->interfaces, ((size_t)inventory->interface_count + 1) * sizeof *inventory->interfaces);
-    if (grown == NULL)
-        return 0;
-    inventory->interfaces = grown;
-    INTERFACE* interface = &grown[inventory->interface_count++];
+    INTERFACE* interface = &inventory->interfaces[inventory->interface_count++];
     memset(interface, 0, sizeof *interface);
     strncpy_WQX(interface->name, name, sizeof interface->name);
     if (General_Table_String_GetNode(cards, name, &card, NULL) == 0)
@@ -94,18 +97,21 @@ static int AddInterface(INVENTORY* inventory, const char* name, void* cards)
         interface->ipv4[0] = '\0';
     if (!Network_GetIPAddress_V6_if(name, interface->ipv6))
         interface->ipv6[0] = '\0';
-    return 1;
 }
 
 static int ListInterfaces(void* log, INVENTORY* inventory)
 {
     char name[16];
-    int done = 1;
+    int room = 0, done = 1;
     void* cards = TableOfCards();
     if (cards == NULL)
         return Fail(log, "cannot list the network cards");
-    for (int i = 0; done && Network_GetDevName(i, name); ++i)
-        done = AddInterface(inventory, name, cards);
+    for (int i = 0; done && Network_GetDevName(i, name); ++i) {
+        if (i == room)
+            done = MakeRoom(inventory, room = 2 * room + MORE);
+        if (done)
+            AddInterface(inventory, name, cards);
+    }
     General_Table_Destroy(cards);
     return done;
 }
@@ -182,6 +188,10 @@ static int AskSystem(void* log, const char* work, INVENTORY* inventory)
     int size = 0;
     DWORD status = 1;
     snprintf(arguments, sizeof arguments, "-srm > '%s'", work);
+    if (strchr(work, '\'') != NULL) { /* the shell would take the rest for a command */
+        ZKQGeneral_RecordAppLogToFileEx2_V(log, ZKQ_LOG_ERROR, HERE, "no name for a shell: %s", work);
+        return 0;
+    }
     if (!ZKQGeneral_WinExecFileAndGetRetCodeEx("uname", arguments, 1, &status, REPORT_TIMEOUT) || status != 0 ||
         !ZKQGeneral_GetFileContent(work, &text, &size))
         return Fail(log, "cannot ask for the system");
@@ -232,17 +242,20 @@ void FreeInventory(INVENTORY* inventory)
 
 static void CompareInterfaces(void* log, const INVENTORY* old, const INVENTORY* now)
 {
+    void *table, *found;
+    if (General_Table_Create(&table, BUCKETS, 0) != 0) /* which keeps pointers */
+        return;
+    for (int i = 0; i < old->interface_count; ++i)
+        General_Table_String_AddNode(table, old->interfaces[i].name, &old->interfaces[i], sizeof old->interfaces[i]);
     for (int i = 0; i < now->interface_count; ++i) {
         const INTERFACE* interface = &now->interfaces[i];
-        int j = 0;
-        while (j < old->interface_count && strcmp(old->interfaces[j].name, interface->name) != 0)
-            ++j;
-        if (j == old->interface_count)
+        if (General_Table_String_GetNode(table, interface->name, &found, NULL) != 0)
             ZKQGeneral_RecordAppLogToFileEx2_V(log, ZKQ_LOG_WARN, HERE, "new interface: %s", interface->name);
-        else if (strcmp(old->interfaces[j].ipv4, interface->ipv4) != 0)
+        else if (strcmp(((INTERFACE*)found)->ipv4, interface->ipv4) != 0)
             ZKQGeneral_RecordAppLogToFileEx2_V(log, ZKQ_LOG_WARN, HERE, "address of %s: %s, was %s", interface->name,
-                                               interface->ipv4, old->interfaces[j].ipv4);
+                                               interface->ipv4, ((INTERFACE*)found)->ipv4);
     }
+    General_Table_Destroy(table);
 }
 
 static void CompareWith(void* log, const INVENTORY* now, const char* file)

@@ -81,7 +81,7 @@ cat "$work/agent.ini"
     rm -f "$work/watched/passwd"
     date >"$work/watched/disks.txt"
     echo "demo: meanwhile a second agent is turned away, and ipcs sees the shared state"
-    "$build/examples/agent" "$work/agent.ini" || true
+    if "$build/examples/agent" "$work/agent.ini"; then exit 1; fi
     ipcs -m | grep -i "$(printf '0x%08x' $((key + 1)))"
 ) &
 changes=$!
@@ -104,7 +104,10 @@ echo "demo: what the agent saw last, in the XML file that its next run reads"
 echo "demo: the inventory, as python3 got it from the packet, and the same judged by ip, openssl and uname"
 python3 -m json.tool "$work/collected/inventory.json"
 judge() {
-    grep -qF -- "$2" "$work/collected/inventory.json" || { echo "demo: no $2 in the inventory"; exit 1; }
+    if [ -z "$2" ] || ! grep -qF -- "$2" "$work/collected/inventory.json"; then
+        echo "demo: the inventory has not what $1 says: $2"
+        exit 1
+    fi
     echo "$1: $2"
 }
 judge uname "$(uname -srm)"

@@ -141,6 +141,14 @@ TEST_F(Tree, TheArgumentIsNotChanged)
     EXPECT_EQ(path, Path("top/"));
 }
 
+TEST_F(Tree, APathThatCannotBeLookedAtIsNotMissing)
+{
+    std::filesystem::create_symlink("loop", Path("loop"));
+    support::MarkErrorText();
+    EXPECT_EQ(Delete(Path("loop/below")), FALSE);
+    EXPECT_SYSTEM_ERROR(ELOOP);
+}
+
 TEST_F(Tree, AMissingPathIsSuccess)
 {
     support::WriteFile(Path("file"), "");
@@ -148,6 +156,7 @@ TEST_F(Tree, AMissingPathIsSuccess)
         EXPECT_EQ(Delete(Path(name)), TRUE) << name;
     support::WorkingDir here(dir_.Path());
     EXPECT_EQ(Delete("missing"), TRUE);
+    EXPECT_EQ(Delete(std::string(256, 'n')), TRUE) << "nothing can have such a name";
     EXPECT_TRUE(Exists("file"));
 }
 

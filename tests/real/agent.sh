@@ -113,9 +113,10 @@ if ! python3 -c 'import http.server' 2>/dev/null; then
     echo "agent: it saw everything; no python3 here, so it has posted nothing"
     exit 0
 fi
-# start_server PROGRAM ARGUMENT...: a server that prints the URL to post to, which is set for the agent
+# start_server KEY PROGRAM ARGUMENT...: a server that prints its address, which the agent is told under the key
 start_server() {
-    local i
+    local key=$1 i
+    shift
     : >"$work/url"
     "$@" >"$work/url" &
     servers+=($!)
@@ -123,10 +124,10 @@ start_server() {
         [ ! -s "$work/url" ] || break
         sleep 0.02
     done
-    "$zkq" ini set "$work/agent.ini" agent collector "$(cat "$work/url")"
+    "$zkq" ini set "$work/agent.ini" agent "$key" "$(cat "$work/url")"
 }
 mkdir "$work/collected"
-start_server python3 "$collector" "$work/collected"
+start_server collector python3 "$collector" "$work/collected"
 for run in 1 2; do
     run_again >"$work/posted"
     size=$(stat -c %s "$work/files.cab")
@@ -161,7 +162,7 @@ print("http://127.0.0.1:%d/" % server.server_port, flush=True)
 server.serve_forever()
 END
 lie() {
-    start_server python3 "$work/liar.py" "$@"
+    start_server collector python3 "$work/liar.py" "$@"
 }
 lie 200 '{"stored": 5, "md5": "900150983cd24fb0d6963f7d28e17f72"}'
 refuses "the collector has something else"
@@ -183,16 +184,9 @@ refuses "cannot post the cabinet: Connection refused"
 # Its inventory is what other programs see, and reaches a reporter, who must know how much there was in it.
 openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 9 -utf8 -subj "/CN=演示" \
     -keyout "$work/key.pem" -out "$work/agent.pem" 2>/dev/null
-: >"$work/url"
-python3 "$(dirname "$collector")/reporter.py" "$work/collected" >"$work/url" 2>"$work/reporter.err" &
-servers+=($!)
-for ((i = 0; i < 500; ++i)); do
-    [ ! -s "$work/url" ] || break
-    sleep 0.02
-done
+start_server reporter python3 "$(dirname "$collector")/reporter.py" "$work/collected"
 "$zkq" ini set "$work/agent.ini" agent inventory "$work/host.der"
 "$zkq" ini set "$work/agent.ini" agent certificates "$work/agent.pem"
-"$zkq" ini set "$work/agent.ini" agent reporter "$(cat "$work/url")"
 run_again >"$work/reported"
 grep -qF "certificate of 演示, until" "$work/reported"
 grep -qF " interfaces reported in " "$work/reported"

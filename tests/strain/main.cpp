@@ -327,6 +327,10 @@ void Report(const Board& board, const Site& site)
 
 int Run(const Options& options)
 {
+    if (AllOperations().size() > kMostOperations) {
+        fprintf(stderr, "strain: more operations than the board has room for\n");
+        return 2;
+    }
     void* const memory = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
         return 2;

@@ -24,6 +24,36 @@ inline std::string_view View(const char* text) noexcept
     return text == nullptr ? std::string_view() : std::string_view(text);
 }
 
+/**
+ * @brief Takes a handle from a function that returns a code.
+ * @tparam T   What holds the handle.
+ * @param get  Called with where the handle is to be stored.
+ * @return The handle.
+ */
+template <class T, class Get>
+Result<T> Handle(Get get)
+{
+    void* handle = nullptr;
+    if (const int code = get(&handle))
+        return CodeError(code);
+    return T(handle);
+}
+
+/**
+ * @brief Takes a text that stays its owner's from a function that returns a code.
+ * @tparam Char  What the function calls a character.
+ * @param get    Called with where the text is to be stored.
+ * @return A view.
+ */
+template <class Char = char, class Get>
+Result<std::string_view> TextBy(Get get)
+{
+    Char* text = nullptr;
+    if (const int code = get(&text))
+        return CodeError(code);
+    return View(text);
+}
+
 /** @brief Closes a document without asking for its text. @param document  The document. */
 inline void CloseJson(void* document) noexcept
 {
@@ -43,21 +73,19 @@ public:
     /** @brief Finds a node. @param path  The path. @return The node. */
     Result<JsonNode> Find(const Text& path) const
     {
-        return Node([&](void** node) { return JSON_Misc_GetChildNode(get(), path.c_str(), node); });
+        return detail::Handle<JsonNode>([&](void** node) { return JSON_Misc_GetChildNode(get(), path.c_str(), node); });
     }
     /** @brief Finds or makes a node. @param path  The path. @return The node. */
     Result<JsonNode> FindOrAdd(const Text& path) const
     {
-        return Node([&](void** node) { return JSON_Misc_GetChildNode_AutoAdd(get(), path.c_str(), node); });
+        return detail::Handle<JsonNode>(
+            [&](void** node) { return JSON_Misc_GetChildNode_AutoAdd(get(), path.c_str(), node); });
     }
 
     /** @brief The text of a string. @param path  The node. @return The text; a view of null for what is no string. */
     Result<std::string_view> GetString(const Text& path) const
     {
-        char* value = nullptr;
-        if (const int code = JSON_Misc_GetString(get(), path.c_str(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy([&](char** value) { return JSON_Misc_GetString(get(), path.c_str(), value); });
     }
     /** @brief The value of a number. @param path  The node. @return The number; 1 for true, 0 for anything else. */
     Result<int> GetInt(const Text& path) const
@@ -123,7 +151,7 @@ public:
     /** @brief Adds an object to this array. @return The object. */
     Result<JsonNode> AddObject() const
     {
-        return Node([&](void** node) { return JSON_Misc_CreateObjectNode(get(), node); });
+        return detail::Handle<JsonNode>([&](void** node) { return JSON_Misc_CreateObjectNode(get(), node); });
     }
     /** @brief Adds a string to this array. @param value  The text. @return Success, or the reason. */
     Result<> AddString(const Text& value) const
@@ -133,14 +161,6 @@ public:
     }
 
 private:
-    template <class Find>
-    static Result<JsonNode> Node(Find find)
-    {
-        void* node = nullptr;
-        if (const int code = find(&node))
-            return CodeError(code);
-        return JsonNode(node);
-    }
     template <class Out>
     Result<Out> Data(const Text& path, int (*getter)(void*, const char*, unsigned char**, int*)) const
     {
@@ -160,10 +180,7 @@ public:
     /** @brief Reads a document; see JSON_Misc_InitJSON(). @param text  The text; null: an empty object. @return It. */
     static Result<Json> Parse(const Text& text)
     {
-        void* document = nullptr;
-        if (const int code = JSON_Misc_InitJSON(text.c_str(), &document))
-            return CodeError(code);
-        return Json(document);
+        return detail::Handle<Json>([&](void** document) { return JSON_Misc_InitJSON(text.c_str(), document); });
     }
     /** @brief Makes a document of an empty object. @return The document. */
     static Result<Json> Make() { return Parse(static_cast<const char*>(nullptr)); }
@@ -194,58 +211,40 @@ public:
     /** @brief Finds an element. @param path  The path. @return The element. */
     Result<XmlElement> Find(const Text& path) const
     {
-        void* element = nullptr;
-        if (const int code = WQXXMLH_GetNodeFromPath(get(), path.c_str(), &element))
-            return CodeError(code);
-        return XmlElement(element);
+        return detail::Handle<XmlElement>(
+            [&](void** element) { return WQXXMLH_GetNodeFromPath(get(), path.c_str(), element); });
     }
     /** @brief Finds or makes an element. @param path  The path. @return The element. */
     Result<XmlElement> FindOrAdd(const Text& path) const
     {
-        void* element = nullptr;
-        if (const int code = WQXXMLH_Misc_GetNodeFromPath_AutoAdd(get(), path.c_str(), &element))
-            return CodeError(code);
-        return XmlElement(element);
+        return detail::Handle<XmlElement>(
+            [&](void** element) { return WQXXMLH_Misc_GetNodeFromPath_AutoAdd(get(), path.c_str(), element); });
     }
     /** @brief The text of an element. @param path  The element. @return The text. */
     Result<std::string_view> Value(const Text& path) const
     {
-        char* value = nullptr;
-        if (const int code = WQXXMLH_GetElementValue(get(), path.c_str(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy([&](char** value) { return WQXXMLH_GetElementValue(get(), path.c_str(), value); });
     }
     /** @brief An attribute. @param path  The element. @param name  The attribute. @return Its value. */
     Result<std::string_view> Attribute(const Text& path, const Text& name) const
     {
-        char* value = nullptr;
-        if (const int code = WQXXMLH_GetElementAttribute(get(), path.c_str(), name.c_str(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy(
+            [&](char** value) { return WQXXMLH_GetElementAttribute(get(), path.c_str(), name.c_str(), value); });
     }
     /** @brief The name of this element, not of a document. @return The name. */
     Result<std::string_view> Name() const
     {
-        char* name = nullptr;
-        if (const int code = WQXXMLH_Iterate_GetElement(get(), &name))
-            return CodeError(code);
-        return detail::View(name);
+        return detail::TextBy([&](char** name) { return WQXXMLH_Iterate_GetElement(get(), name); });
     }
     /** @brief The text of this element, not of a document. @return The text. */
     Result<std::string_view> OwnValue() const
     {
-        char* value = nullptr;
-        if (const int code = WQXXMLH_Iterate_GetValue(get(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy([&](char** value) { return WQXXMLH_Iterate_GetValue(get(), value); });
     }
     /** @brief An attribute of this element, not of a document. @param name  The attribute. @return Its value. */
     Result<std::string_view> OwnAttribute(const Text& name) const
     {
-        char* value = nullptr;
-        if (const int code = WQXXMLH_Iterate_GetAttribute(get(), name.c_str(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy([&](char** value) { return WQXXMLH_Iterate_GetAttribute(get(), name.c_str(), value); });
     }
     /** @brief Begins a walk over the elements below one. @param path  The parent. @return The walk. */
     Result<XmlWalk> Walk(const Text& path) const;
@@ -314,18 +313,12 @@ public:
      */
     static Result<Xml> Open(const Text& file, bool writable = false)
     {
-        void* document = nullptr;
-        if (const int code = WQXXMLH_Open(file.c_str(), writable, &document))
-            return CodeError(code);
-        return Xml(document);
+        return detail::Handle<Xml>([&](void** document) { return WQXXMLH_Open(file.c_str(), writable, document); });
     }
     /** @brief Opens a document in a text. @param text  The text; empty for an empty document. @return The document. */
     static Result<Xml> Parse(const Text& text)
     {
-        void* document = nullptr;
-        if (const int code = WQXXMLH_Open2(text.c_str(), 1, &document))
-            return CodeError(code);
-        return Xml(document);
+        return detail::Handle<Xml>([&](void** document) { return WQXXMLH_Open2(text.c_str(), 1, document); });
     }
 
     /** @brief Writes and closes the document, and hands it out as a text. @return The text. */
@@ -351,26 +344,17 @@ public:
     /** @brief The name of an element, or the text of a text. @return The name. */
     Result<std::string_view> Name() const
     {
-        const char* name = nullptr;
-        if (const int code = WQXXML_GetNodeValue(get(), &name))
-            return CodeError(code);
-        return detail::View(name);
+        return detail::TextBy<const char>([&](const char** name) { return WQXXML_GetNodeValue(get(), name); });
     }
     /** @brief The text that an element begins with. @return The text. */
     Result<std::string_view> Value() const
     {
-        char* value = nullptr;
-        if (const int code = WQXXML_GetElementValue(get(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy([&](char** value) { return WQXXML_GetElementValue(get(), value); });
     }
     /** @brief An attribute. @param name  The attribute. @return Its value. */
     Result<std::string_view> Attribute(const Text& name) const
     {
-        char* value = nullptr;
-        if (const int code = WQXXML_GetAttribute(get(), name.c_str(), &value))
-            return CodeError(code);
-        return detail::View(value);
+        return detail::TextBy([&](char** value) { return WQXXML_GetAttribute(get(), name.c_str(), value); });
     }
     /** @brief The number of elements below. @return The number. */
     Result<int> ChildCount() const
@@ -383,18 +367,13 @@ public:
     /** @brief An element below. @param index  Its number, from 0. @return The element. */
     Result<XmlNode> Child(int index) const
     {
-        void* node = nullptr;
-        if (const int code = WQXXML_GetChildNode(get(), &index, &node))
-            return CodeError(code);
-        return XmlNode(node);
+        return detail::Handle<XmlNode>([&](void** node) { return WQXXML_GetChildNode(get(), &index, node); });
     }
     /** @brief Adds an element below. @param name  Its name. @param value  Its text; null: none. @return The element. */
     Result<XmlNode> AddChild(const Text& name, const Text& value = nullptr) const
     {
-        void* node = nullptr;
-        if (const int code = WQXXML_AddNodeChildItem(get(), name.c_str(), value.c_str(), &node))
-            return CodeError(code);
-        return XmlNode(node);
+        return detail::Handle<XmlNode>(
+            [&](void** node) { return WQXXML_AddNodeChildItem(get(), name.c_str(), value.c_str(), node); });
     }
     /** @brief Sets an attribute. @param name  The attribute. @param value  Its value. @return Success, or the reason. */
     Result<> SetAttribute(const Text& name, const Text& value) const
@@ -411,27 +390,19 @@ public:
     /** @brief Reads a document. @param text  The text. @return The tree. */
     static Result<XmlTree> Parse(const Text& text)
     {
-        void* document = nullptr;
-        if (const int code = WQXXML_LoadFromString(text.c_str(), &document))
-            return CodeError(code);
-        return XmlTree(document);
+        return detail::Handle<XmlTree>([&](void** document) { return WQXXML_LoadFromString(text.c_str(), document); });
     }
 
     /** @brief A top-level element. @param index  Its number, from 0. @return The element. */
     Result<XmlNode> Root(int index = 0) const
     {
-        void* node = nullptr;
-        if (const int code = WQXXML_GetRootNode(get(), index, &node))
-            return CodeError(code);
-        return XmlNode(node);
+        return detail::Handle<XmlNode>([&](void** node) { return WQXXML_GetRootNode(get(), index, node); });
     }
     /** @brief Adds a top-level element; the first becomes the document. @param name  Its name. @return The element. */
     Result<XmlNode> AddRoot(const Text& name)
     {
-        void* node = nullptr;
-        if (const int code = WQXXML_AddChildItemAndGetNode(&handle_, nullptr, name.c_str(), nullptr, &node))
-            return CodeError(code);
-        return XmlNode(node);
+        return detail::Handle<XmlNode>(
+            [&](void** node) { return WQXXML_AddChildItemAndGetNode(&handle_, nullptr, name.c_str(), nullptr, node); });
     }
     /** @brief Takes a node out and releases it. @param node  The node. @return Success, or the reason. */
     Result<> Delete(XmlNode node) { return detail::DoneCode(WQXXML_DelNode(&handle_, node.get())); }
@@ -516,10 +487,8 @@ public:
 private:
     static Result<Certificate> OpenAny(const char* bytes, int length)
     {
-        void* certificate = nullptr;
-        if (const int code = ZKQGeneral_OpenCert(bytes, length, &certificate))
-            return CodeError(code);
-        return Certificate(certificate);
+        return detail::Handle<Certificate>(
+            [&](void** certificate) { return ZKQGeneral_OpenCert(bytes, length, certificate); });
     }
     template <class Getter>
     static Result<std::string> Sized(Getter getter)
