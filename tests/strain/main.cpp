@@ -132,6 +132,10 @@ void Warm(const Site& site, int number)
 
 bool HasChildren()
 {
+#ifdef __SANITIZE_THREAD__
+    // ThreadSanitizer puts handlers off, and forgets what it has put off when the thread ends: a signal may be missing.
+    raise(SIGCHLD);
+#endif
     // Programs aside may still be on their way out; their status is taken by the library's handler.
     for (int i = 0; i < 100 * kPatience; ++i) {
         siginfo_t info = {};
