@@ -447,6 +447,17 @@ TEST_F(LogRecord, OwnLogAboveItsLimitIsDeletedBeforeTheNextRecord)
     EXPECT_TRUE(support::ErrorTextIsMarked());
 }
 
+TEST_F(LogRecord, AFormattedRecordThatMakesTheOwnLogTooLargeIsDeletedByThePassForTheNextLog)
+{
+    info_.MaxFileLength = 50;
+    const LogContext ctx(info_);
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, "%s", std::string(60, 'x').c_str()));
+    EXPECT_EQ(ReadFile(dir_.OwnLog()), "") << "made anew by the next pass, and empty";
+    EXPECT_NE(ReadFile(dir_.SharedLog()).find(std::string(60, 'x')), std::string::npos);
+    EXPECT_TRUE(ZKQGeneral_RecordAppLogToFileEx_V(ctx.Get(), 8, "short"));
+    EXPECT_EQ(ReadFile(dir_.OwnLog()), "[Error] short \n");
+}
+
 TEST_F(LogRecord, LimitZeroTurnsAllSizeChecksOff)
 {
     const LogContext ctx(info_);

@@ -118,7 +118,7 @@ inline void RefreshLogSwitch(LOGCTX* ctx)
 }
 
 /// Takes the context's mutex, deletes logs that have grown too large, then opens and locks every sink whose mask is not
-/// zero; all this for the sinks in `types`. A sink that cannot be opened keeps the descriptor 0.
+/// zero; without a limit on their size only those in `types`. A sink that cannot be opened keeps the descriptor 0.
 void LockLog(LOGCTX* ctx, const LogMasks& masks, unsigned types = kAllLogTypes);
 /// Unlocks and closes the sinks and releases the mutex.
 void UnLockLog(LOGCTX* ctx);

@@ -179,9 +179,12 @@ void CloseAll(LOGCTX* ctx)
 void LockLog(LOGCTX* ctx, const LogMasks& masks, unsigned types)
 {
     pthread_mutex_lock(&ctx->hMutex);
-    for (int i = 0; i < kLogTypes; ++i)
-        if (Contains(types, i) && !IsOn(masks, i) && IsLimited(ctx))
-            DetectLogFile(ctx, i);
+    if (IsLimited(ctx)) {
+        types = kAllLogTypes; // each pass of a record deletes what the one before has made too large
+        for (int i = 0; i < kLogTypes; ++i)
+            if (!IsOn(masks, i))
+                DetectLogFile(ctx, i);
+    }
     for (int attempt = 1;; ++attempt) {
         const OpenSinks sinks = OpenAll(ctx, masks, types);
         const bool waited = LockAll(ctx, sinks);
