@@ -162,29 +162,54 @@ void ReleaseChain(XMLNODE* node)
     }
 }
 
-/// A node lies in a document, below elements only. Of one that lies very deep or far behind this is taken on trust:
-/// deleting costs a constant.
-bool IsIn(const XMLNODE* document, const XMLNODE* node)
+/// A node is in a chain, from the given one on, or below it, below elements only. Of one that lies very deep or far behind
+/// this is taken on trust: deleting costs a constant.
+bool IsIn(const XMLNODE* first, const XMLNODE* node)
 {
     int looked = 0;
-    while (node->parent != nullptr && ++looked < kMaxSearch) {
+    while (node->parent != first->parent && ++looked < kMaxSearch) {
         node = node->parent;
-        if (!IsElement(node))
+        if (node == nullptr || !IsElement(node))
             return false;
     }
-    while (node->previous->Next != nullptr && ++looked < kMaxSearch)
+    while (node != first && node->previous->Next != nullptr && ++looked < kMaxSearch)
         node = node->previous;
-    return node == document || looked >= kMaxSearch;
+    return node == first || looked >= kMaxSearch;
 }
 
-/// Adds a top-level element behind the others.
-int AddTopLevel(XMLNODE** document, XMLNODE* node)
+bool IsFirst(const XMLNODE* node)
 {
-    if (ElementFrom(*document) == nullptr) {
+    return node->previous->Next == nullptr;
+}
+
+/// The first node of the chain that a node is in.
+XMLNODE* FirstOf(XMLNODE* node)
+{
+    while (!IsFirst(node))
+        node = node->previous;
+    return node;
+}
+
+/// What Unlink() needs for the first node of a chain. Which that is matters at the chain's ends only, and there it is mostly
+/// known.
+XMLNODE* FirstForUnlink(XMLNODE* document, XMLNODE* node)
+{
+    if (IsFirst(node))
+        return node;
+    if (node->Next != nullptr)
+        return node->previous;
+    return document->previous == node ? document : FirstOf(node);
+}
+
+/// Adds an element behind the others of a chain that a node is in, and an element from there on.
+int AddToChain(XMLNODE* document, XMLNODE* node)
+{
+    if (ElementFrom(document) == nullptr) {
         ReleaseChain(node);
         return ENOENT;
     }
-    LinkLast(document, nullptr, node);
+    XMLNODE* first = FirstOf(document);
+    LinkLast(document->parent == nullptr ? &first : &document->parent->Child, document->parent, node);
     return 0;
 }
 
@@ -201,7 +226,7 @@ int AddChildItem(XMLNODE** document, const char* ParentName, const char* Name, c
         return 0;
     }
     if (isTopLevel)
-        return AddTopLevel(document, node);
+        return AddToChain(*document, node);
     XMLNODE* const parent = FindElement(*document, ParentName);
     if (parent == nullptr) {
         ReleaseChain(node);
@@ -602,6 +627,8 @@ int WQXXML_GetNextNode(void* Node, int* index, void** NextNode)
 
 int WQXXML_GetSpecifiedChildNode(void* xml, int* index, const char* NodeName, void** Node)
 {
+    if (Node != nullptr)
+        *Node = nullptr;
     if (xml == nullptr || index == nullptr || NodeName == nullptr)
         return EINVAL;
     XMLNODE* const parent = AsNode(xml);
@@ -669,9 +696,11 @@ int WQXXML_GetKeyValue(void* xml, const char* SectionName, const char* KeyName, 
 
 int WQXXML_GetChildKeyValue(void* Node, const char* KeyName, const char** KeyValue)
 {
-    if (Node == nullptr || KeyValue == nullptr || KeyName == nullptr)
-        return EINVAL;
+    if (KeyValue == nullptr)
+        return 0;
     *KeyValue = nullptr;
+    if (Node == nullptr || KeyName == nullptr)
+        return 0;
     const XMLNODE* const child = NextElement(AsNode(Node)->Child, NameIs(KeyName));
     if (child != nullptr && child->Child != nullptr)
         *KeyValue = child->Child->Value;
@@ -702,11 +731,12 @@ int WQXXML_DelNode(void** xml, void* Node)
     if (xml == nullptr || Node == nullptr)
         return EINVAL;
     XMLNODE* const node = AsNode(Node);
-    XMLNODE* document = AsNode(*xml);
-    if (node != document && (!IsElement(node) || !IsIn(document, node)))
+    XMLNODE* const document = AsNode(*xml);
+    if (node != document && (document == nullptr || !IsElement(node) || !IsIn(document, node)))
         return EINVAL;
     if (node == document)
         *xml = node->Next;
-    UnlinkAndRelease(node->parent == nullptr ? &document : &node->parent->Child, node);
+    XMLNODE* first = FirstForUnlink(document, node);
+    UnlinkAndRelease(node->parent == nullptr ? &first : &node->parent->Child, node);
     return 0;
 }

@@ -83,7 +83,9 @@ TEST(XmlNull, NothingCrashes)
     EXPECT_EQ(WQXXML_GetChildNode(root, nullptr, &node), EINVAL);
     EXPECT_EQ(WQXXML_GetNextNode(nullptr, &index, &node), EINVAL);
     EXPECT_EQ(WQXXML_GetNextNode(root, nullptr, &node), EINVAL);
+    node = root;
     EXPECT_EQ(WQXXML_GetSpecifiedChildNode(nullptr, &index, "a", &node), EINVAL);
+    EXPECT_EQ(node, nullptr);
     EXPECT_EQ(WQXXML_GetSpecifiedChildNode(root, nullptr, "a", &node), EINVAL);
     EXPECT_EQ(WQXXML_GetSpecifiedChildNode(root, &index, nullptr, &node), EINVAL);
     EXPECT_EQ(WQXXML_GetChildNodeList(nullptr, 1, "a", &node), EINVAL);
@@ -92,9 +94,11 @@ TEST(XmlNull, NothingCrashes)
     EXPECT_EQ(WQXXML_GetChildItem(root, "r", nullptr, &text, &text), EINVAL);
     EXPECT_EQ(WQXXML_GetKeyValue(root, "r", "a", nullptr), EINVAL);
     EXPECT_EQ(WQXXML_GetKeyValue(root, "r", nullptr, &value), EINVAL);
-    EXPECT_EQ(WQXXML_GetChildKeyValue(nullptr, "a", &value), EINVAL);
-    EXPECT_EQ(WQXXML_GetChildKeyValue(root, nullptr, &value), EINVAL);
-    EXPECT_EQ(WQXXML_GetChildKeyValue(root, "a", nullptr), EINVAL);
+    value = "old";
+    EXPECT_EQ(WQXXML_GetChildKeyValue(nullptr, "a", &value), 0) << "it never fails";
+    EXPECT_EQ(value, nullptr);
+    EXPECT_EQ(WQXXML_GetChildKeyValue(root, nullptr, &value), 0);
+    EXPECT_EQ(WQXXML_GetChildKeyValue(root, "a", nullptr), 0);
     EXPECT_EQ(WQXXML_GetKeyNode(root, "r", "a", nullptr), EINVAL);
     EXPECT_EQ(WQXXML_GetKeyNode(root, "r", nullptr, &node), EINVAL);
     EXPECT_EQ(WQXXML_DelNode(nullptr, root), EINVAL);
@@ -127,6 +131,25 @@ TEST(XmlAdd, BehindTheRoot)
     XmlDocument comment("<!-- c -->");
     EXPECT_EQ(WQXXML_AddChildItem(&comment.xml, nullptr, "n", "v"), ENOENT);
     EXPECT_EQ(comment.Text(), "<! c >");
+}
+
+TEST(XmlAdd, BehindANodeThatIsTakenAsTheDocument)
+{
+    const XmlDocument document("<?xml?><!----><r><a/><b/></r>");
+    void* root = Named(document, "r");
+    void* node = nullptr;
+    EXPECT_EQ(WQXXML_AddChildItemAndGetNode(&root, "", "s", "v", &node), 0);
+    EXPECT_EQ(root, Named(document, "r"));
+    EXPECT_EQ(node, Named(document, "s"));
+    void* inner = Named(document, "b");
+    EXPECT_EQ(WQXXML_AddChildItem(&inner, nullptr, "t", "v"), 0);
+    void* last = node;
+    EXPECT_EQ(WQXXML_AddChildItem(&last, nullptr, "u", "v"), 0);
+    EXPECT_EQ(document.Text(), "?xml <!> r(a('') b('') t()) s() u()");
+    char* text = nullptr;
+    EXPECT_EQ(WQXXML_OutputString(document.xml, &text), 0);
+    EXPECT_STREQ(text, "<r>\n  <a></a>\n  <b></b>\n  <t></t>\n</r>\n");
+    WQXXML_FreeString(text);
 }
 
 TEST(XmlAdd, ByTheNameOfTheParent)
@@ -205,6 +228,31 @@ TEST(XmlDelete, ANodeThatIsTakenAsTheDocument)
     EXPECT_EQ(WQXXML_DelNode(&chain, chain), 0);
     EXPECT_EQ(chain, second);
     EXPECT_EQ(document.Text(), "r(b(''))");
+}
+
+TEST(XmlDelete, BelowANodeThatIsTakenAsTheDocument)
+{
+    const XmlDocument document("<?xml version='1.0'?><r><a><b/></a><c/><d/></r>");
+    const auto child = [&](int index) {
+        void* node = nullptr;
+        WQXXML_GetChildNode(Named(document, "r"), &index, &node);
+        return node;
+    };
+    void* inner = child(1);
+    EXPECT_EQ(WQXXML_DelNode(&inner, child(0)), EINVAL) << "which is in front of it";
+    EXPECT_EQ(WQXXML_DelNode(&inner, Named(document, "b")), EINVAL) << "and so is this";
+    EXPECT_EQ(WQXXML_DelNode(&inner, Named(document, "r")), EINVAL) << "and this above it";
+    EXPECT_EQ(WQXXML_DelNode(&inner, child(2)), 0) << "which follows it";
+    inner = child(0);
+    EXPECT_EQ(WQXXML_DelNode(&inner, Named(document, "b")), 0);
+    EXPECT_EQ(WQXXML_DelNode(&inner, child(1)), 0);
+    void* root = Named(document, "r");
+    EXPECT_EQ(WQXXML_DelNode(&root, inner), 0);
+    EXPECT_EQ(root, Named(document, "r"));
+    EXPECT_EQ(WQXXML_DelNode(&root, root), 0);
+    EXPECT_EQ(root, nullptr);
+    void* none = nullptr;
+    EXPECT_EQ(WQXXML_GetRootNode(document.xml, 0, &none), ENOENT) << "the declaration stands alone";
 }
 
 TEST(XmlAttributes, AddChangeGet)

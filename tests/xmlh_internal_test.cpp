@@ -245,7 +245,7 @@ TEST_F(XmlHandleLog, TellsWhyACallFails)
         EXPECT_EQ(Told(), ToGbk(row.told)) << row.told;
     }
     EXPECT_EQ(WQXXMLH_AddElementValue(handle, "/r", nullptr, ""), EINVAL);
-    EXPECT_TRUE(Told().starts_with(ToGbk("节点名称不能为NULL！")));
+    EXPECT_EQ(Told(), ToGbk("节点名称不能为NULL！"));
 }
 
 TEST_F(XmlHandleLog, SaysNothingAboutSuccess)

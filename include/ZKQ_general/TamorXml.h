@@ -78,7 +78,7 @@ ZKQ_API char* WQXXML_GetErrorString(int Ret, char* ErrorString);
  * In an empty document it becomes the document, without its value; without a parent name it becomes a top-level element
  * behind the others, also without its value.
  *
- * @param xml         The document; changed if it was empty.
+ * @param xml         The document; changed if it was empty. Or a node of it, whose chain then gets the new element.
  * @param ParentName  The parent; null or empty for none.
  * @param Name        The new element's name, not empty.
  * @param Value       Its text; null for an element without any.
@@ -231,7 +231,7 @@ ZKQ_API int WQXXML_GetNextNode(void* Node, int* index, void** NextNode);
  * @param xml       The parent.
  * @param index     The number, from 0; without `Node` receives how many there are.
  * @param NodeName  The name.
- * @param Node      Receives the child, null if there are not so many; or null to ask for their number.
+ * @param Node      Receives the child, null if there are not so many, or after a failure; or null to ask for their number.
  * @return 0 or `EINVAL`.
  */
 ZKQ_API int WQXXML_GetSpecifiedChildNode(void* xml, int* index, const char* NodeName, void** Node);
@@ -273,7 +273,7 @@ ZKQ_API int WQXXML_GetKeyValue(void* xml, const char* SectionName, const char* K
  * @param Node      The parent.
  * @param KeyName   The child.
  * @param KeyValue  Receives the text of that child's first node, null if there is none.
- * @return 0 or `EINVAL`.
+ * @return 0, always.
  */
 ZKQ_API int WQXXML_GetChildKeyValue(void* Node, const char* KeyName, const char** KeyValue);
 
@@ -289,7 +289,8 @@ ZKQ_API int WQXXML_GetKeyNode(void* xml, const char* SectionName, const char* Ke
 
 /**
  * @brief Takes a node out of a document and releases it with all below it.
- * @param xml   The document; changed if the node is its first.
+ * @param xml   The document, or a node of it: then that node and those behind it are looked through. Changed to what follows if
+ *              it is the node itself.
  * @param Node  An element, or the first top-level node of whatever type.
  * @return 0, `EINVAL` for a node that is not in the document or no element, or `ENOENT`.
  */

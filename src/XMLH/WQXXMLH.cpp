@@ -108,7 +108,8 @@ int ResolveWithName(void* Handle, const char* Path, PathMode mode, const char* n
 {
     if (const int error = ResolvePath(Handle, Path, mode, node))
         return error;
-    return LogXmlResult(WQXXMLH_Misc_CheckNamenValueValid(name, nullptr));
+    const int error = WQXXMLH_Misc_CheckNamenValueValid(name, nullptr);
+    return name == nullptr ? error : LogXmlResult(error); // who finds that there is none has logged it
 }
 
 /// The first node of the chain that an element begun at is in; null if that is the element itself, which only the
