@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "internal/base64.h"
+#include "internal/error.h"
 #include "internal/guards.h"
 #include "internal/json.h"
 #include "internal/log.h"
@@ -170,7 +171,10 @@ int JSON_Misc_Base2Bytes(std::string_view text, MallocPtr<unsigned char>* bytes,
     bytes->reset(static_cast<unsigned char*>(malloc(text.size() + 1)));
     if (*bytes == nullptr)
         return FailWith(kJsonNoMemory, Message::JsonDecodeNoMemory);
-    return ConvertFromBase64_R(text, bytes->get(), length) == 0 ? 0 : FailWith(EINVAL, Message::JsonDecodeFailed);
+    if (ConvertFromBase64_R(text, bytes->get(), length) == 0)
+        return 0;
+    GeneralMisc_SetErrorString(Message::Base64BadText);
+    return FailWith(EINVAL, Message::JsonDecodeFailed);
 }
 
 /// Decodes the text of a node for the caller. A node without a text is empty.

@@ -131,7 +131,7 @@ ZKQ_API int JSON_Misc_SetB64Data(void* Ctx, const char* Path, const unsigned cha
  * @param Path    The node; names that are not there are passed over.
  * @param Value   Receives the bytes, released with ZKQGeneral_FreeMallocBuffer(); null for a node that is no string.
  * @param Length  Receives their number.
- * @return 0, `EINVAL` (also for a text that is not Base64) or -9.
+ * @return 0, `EINVAL` (also for a text that is not Base64, which the error text then tells) or -9.
  */
 ZKQ_API int JSON_Misc_GetB64Data(void* Ctx, const char* Path, unsigned char** Value, int* Length);
 

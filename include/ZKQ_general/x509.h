@@ -3,7 +3,7 @@
  * @brief Messages, plain records turned into bytes, XML or JSON and back; and X.509 certificates, read-only.
  *
  * What is wrong is told in the library's own log, "general.log", if that is switched on; the library's error text is left
- * alone.
+ * alone, except by a JSON member that should be Base64 and is not.
  */
 #ifndef ZKQ_GENERAL_X509_H
 #define ZKQ_GENERAL_X509_H
