@@ -251,6 +251,25 @@ TEST(HttpDirectory, AFailureKeepsWhatCameAndTheDirectory)
     EXPECT_TRUE(std::filesystem::is_directory(dir)) << "though it is empty";
 }
 
+TEST(HttpDirectory, OfABodyThatBreaksOffWholePiecesAreKept)
+{
+    constexpr size_t kPiece = 8192;
+    const std::string name = "Content-Disposition: a; filename=f\r\n";
+    for (const size_t held : {0, 5, 5000}) // that come with the head
+        for (const size_t more : {size_t{0}, kPiece - 1, kPiece, 16 * kPiece + 95, 17 * kPiece - 5, 17 * kPiece - 1}) {
+            const TempDir dir;
+            const std::string body = Noise(held + more);
+            const ScriptedServer server({[&](support::Fd& connection) {
+                support::WriteAll(connection.Get(), Response(body.substr(0, held), name + LengthHeader(400000)));
+                usleep(100000);
+                support::WriteAll(connection.Get(), body.substr(held));
+            }});
+            EXPECT_FALSE(Network_SendHttpRequestEx(server.Url().c_str(), nullptr, dir.Path().c_str(), nullptr, 1));
+            const size_t kept = held + more - more % kPiece;
+            EXPECT_EQ(kept == 0 || ReadFile(dir.File("f")) == body.substr(0, kept), true) << held << " + " << more;
+        }
+}
+
 TEST(HttpDirectory, TheNameOfTheLastResponseCounts)
 {
     const TempDir dir;

@@ -138,6 +138,15 @@ protected:
         support::WriteFile(dir_.OwnLog(), "");
     }
     void ExpectError(const char* message) { ExpectRecords({{"[Error] ", message}}); }
+    /// The connection broke off, in one of the ways that a connection does.
+    void ExpectErrorOfTheConnection(const std::vector<std::pair<const char*, const char*>>& before)
+    {
+        const std::string log = support::ReadFile(dir_.OwnLog());
+        std::vector<std::pair<const char*, const char*>> records = before;
+        const bool isReset = log.find(strerror(ECONNRESET)) != std::string::npos;
+        records.emplace_back("[Error] ", isReset ? strerror(ECONNRESET) : Message::SocketClosed);
+        ExpectRecords(records);
+    }
 
     static BOOL Get(const std::string& response, const char* file = nullptr, int bPath = 0, char* name = nullptr)
     {
@@ -178,7 +187,26 @@ TEST_F(HttpLog, TellsOfChunks)
     EXPECT_TRUE(Get(Response("5\r\nhello\r\n0\r\n\r\n", "Transfer-Encoding: chunked\r\n")));
     ExpectRecords({{"[Info ] ", Message::HttpChunkedBegins}, {"[Info ] ", Message::HttpChunkedEnds}});
     EXPECT_FALSE(Get(Response("5\r\nhel", "Transfer-Encoding: chunked\r\n")));
-    ExpectRecords({{"[Info ] ", Message::HttpChunkedBegins}});
+    ExpectErrorOfTheConnection({{"[Info ] ", Message::HttpChunkedBegins}});
+    EXPECT_FALSE(Get(Response("fffffffff\r\n", "Transfer-Encoding: chunked\r\n")));
+    ExpectRecords({{"[Info ] ", Message::HttpChunkedBegins}, {"[Error] ", strerror(EBADMSG)}});
+    EXPECT_FALSE(Get(Response(std::string(9000, '1'), "Transfer-Encoding: chunked\r\n")));
+    ExpectRecords({{"[Info ] ", Message::HttpChunkedBegins}, {"[Error] ", strerror(EBADMSG)}});
+}
+
+TEST_F(HttpLog, TellsOfFailuresThatHaveNoMessageOfTheirOwn)
+{
+    EXPECT_FALSE(Network_SendHttpRequest("gopher://h/x", nullptr, nullptr));
+    ExpectError(strerror(ENOSYS));
+    EXPECT_FALSE(Network_SendHttpRequest("http://h/x\ny", nullptr, nullptr));
+    ExpectError(strerror(EINVAL));
+    const std::string url = "http://127.0.0.1:" + std::to_string(support::ClosedPort());
+    EXPECT_FALSE(Network_SendHttpRequest(url.c_str(), nullptr, nullptr));
+    ExpectError(strerror(ECONNREFUSED));
+    EXPECT_FALSE(Get(Response("hello", LengthHeader(6))));
+    ExpectErrorOfTheConnection({});
+    EXPECT_FALSE(Get(Response("", "Content-Length: -1\r\n")));
+    ExpectError(strerror(EBADMSG));
 }
 
 TEST_F(HttpLog, TellsWhatIsWrongWithTheFile)

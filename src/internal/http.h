@@ -83,8 +83,10 @@ struct MYINETHANDLE {
     RESPONSEDATA ResponseData;
 };
 
-/// Logs what went wrong, stores the text of an errno value, and fails.
-BOOL FailHttp(int error, const char* message, int line = __builtin_LINE());
+/// Stores the text of an errno value, logs what went wrong, or that text if there is no message, and fails.
+BOOL FailHttp(int error, const char* message = nullptr, int line = __builtin_LINE());
+/// Logs the error text that the socket layer has left, and fails.
+BOOL PassFailure(int line = __builtin_LINE());
 
 // --- URLs (http_url.cpp)
 
@@ -113,7 +115,7 @@ void CloseResponse(RESPONSEDATA* response);
 
 // --- Output (http_output.cpp); these set the error text
 
-/// Room for the next bytes of the body, at most `size` and at least one.
+/// Room for the next bytes of the body: `size`, or at least kHttpPiece of them; in memory perhaps less.
 BOOL GetRoom(FUNCTIONOUT* out, size_t size, std::span<char>* room);
 /// So many bytes have been put into the room.
 BOOL PutRoom(FUNCTIONOUT* out, size_t size);

@@ -160,10 +160,14 @@ bool IsSafeRequest(const MYINETHANDLE& hd, const char* URL)
 BOOL Perform(MYINETHANDLE* hd, const char* URL)
 {
     if (!IsSafeRequest(*hd, URL))
-        return Fail(EINVAL);
+        return FailHttp(EINVAL);
     if (const int error = TakeUrl(&hd->ReqData, URL))
-        return Fail(error);
-    if (!MakeRequest(hd) || !Connect(hd) || !Send(hd) || !ReadResponseHead(hd))
+        return FailHttp(error);
+    if (!MakeRequest(hd))
+        return FALSE;
+    if (!Connect(hd) || !Send(hd))
+        return PassFailure();
+    if (!ReadResponseHead(hd))
         return FALSE;
     if (IsRedirect(*hd) || hd->ResponseData.RetCode == 0)
         return TRUE;
@@ -194,9 +198,9 @@ BOOL PerformChain(const HTTPREQUEST& request, RequestHandle* hd)
             return TRUE;
         const timespec* const left = deadline.Left();
         if (left != nullptr && left->tv_sec == 0 && left->tv_nsec == 0)
-            return Fail(ETIME);
+            return FailHttp(ETIME);
         if (redirects == kMostRedirects)
-            return Fail(EBADMSG);
+            return FailHttp(EBADMSG);
         if ((*hd)->ResponseData.RetCode == kSeeOther)
             next.FormData = nullptr;
         TextBuilder(url).Add((*hd)->ResponseData.NewURL);
@@ -228,8 +232,19 @@ BOOL SendRequest(const HTTPREQUEST& request)
 
 BOOL FailHttp(int error, const char* message, int line)
 {
+    GeneralMisc_SetSystemError(error);
+    if (message == nullptr)
+        return PassFailure(line);
     General_LibraryLog(ZKQ_LOG_ERROR, message, kHttpLogName, line);
-    return Fail(error);
+    return FALSE;
+}
+
+BOOL PassFailure(int line)
+{
+    char text[kErrorTextSize];
+    LoadSharedText(g_General_ErrorInfo, text);
+    General_LibraryLog(ZKQ_LOG_ERROR, text, kHttpLogName, line);
+    return FALSE;
 }
 
 BOOL Network_SendHttpRequest(LPCTSTR URL, LPCTSTR FormData, LPCTSTR ResultFile)

@@ -107,12 +107,20 @@ int WritePending(FUNCTIONOUT* out)
     return size == 0 || fwrite(out->Pending, 1, size, out->fp) == size ? 0 : errno;
 }
 
+BOOL FlushPending(FUNCTIONOUT* out)
+{
+    const int error = WritePending(out);
+    return error == 0 ? TRUE : FailHttp(error, Message::HttpWriteFailed);
+}
+
 BOOL GetPending(FUNCTIONOUT* out, size_t size, std::span<char>* room)
 {
     if (out->Pending == nullptr)
         out->Pending = static_cast<char*>(malloc(kPendingSize));
     if (out->Pending == nullptr)
         return FailHttp(ENOMEM, Message::HttpBodyNoMemory);
+    if (kPendingSize - out->PendingLength < std::min(size, kHttpPiece) && !FlushPending(out))
+        return FALSE;
     *room = {out->Pending + out->PendingLength, std::min(size, kPendingSize - out->PendingLength)};
     return TRUE;
 }
@@ -122,10 +130,7 @@ BOOL PutPending(FUNCTIONOUT* out, size_t size)
     if (out->fp == nullptr && !OpenOutput(out))
         return FALSE;
     out->PendingLength += size;
-    if (out->PendingLength < kPendingSize)
-        return TRUE;
-    const int error = WritePending(out);
-    return error == 0 ? TRUE : FailHttp(error, Message::HttpWriteFailed);
+    return out->PendingLength < kPendingSize || FlushPending(out);
 }
 
 BOOL FinishFile(FUNCTIONOUT* out)

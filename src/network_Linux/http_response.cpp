@@ -165,7 +165,7 @@ BOOL TakeHeaderLine(MYINETHANDLE* hd, std::string_view line)
     std::string_view value;
     if (HasBodyLength(response->RetCode) && FindHeader(line, "Content-Length: ", &value)) {
         if (!ParseLength(value, &response->Length))
-            return Fail(EBADMSG);
+            return FailHttp(EBADMSG);
     } else if (FindHeader(line, "Content-Type:", &value)) {
         out->CharSet = FindParameter(value, "charset") == "utf-8" ? 1 : 0;
     } else if (FindHeader(line, "Content-Disposition:", &value)) {
@@ -285,12 +285,14 @@ BOOL ReceiveBytes(MYINETHANDLE* hd, size_t size)
         std::span<char> room;
         if (!GetRoom(&hd->OutputObj, std::min(size, kReceiveBlock), &room))
             return FALSE;
+        if (room.size() < size && room.size() > kHttpPiece)
+            room = room.first(room.size() - room.size() % kHttpPiece);
         const size_t count = ReceiveAll(hd->sy.sd, room.data(), room.size(), hd->Timeout);
         const bool isWhole = count == room.size();
         if (!PutRoom(&hd->OutputObj, isWhole ? count : count - count % kHttpPiece))
             return FALSE;
         if (!isWhole)
-            return FALSE;
+            return PassFailure();
         size -= count;
     }
     return TRUE;
@@ -316,10 +318,10 @@ BOOL FindSizeLine(MYINETHANDLE* hd, std::string_view* line)
             return TRUE;
         }
         if (held.size() >= kMostHeld)
-            return Fail(EBADMSG);
+            return FailHttp(EBADMSG);
         searched = std::max(held.size(), searched + 1) - 1;
         if (!ReceiveMore(hd))
-            return FALSE;
+            return PassFailure();
     }
 }
 
@@ -335,7 +337,7 @@ BOOL ReadChunks(MYINETHANDLE* hd)
         if (!FindSizeLine(hd, &line))
             return FALSE;
         if (!ParseChunkSize(line, &size))
-            return Fail(EBADMSG);
+            return FailHttp(EBADMSG);
         if (size == 0)
             break;
         response->Begin += line.size() + 2 * kLineEnd.size();
@@ -384,7 +386,7 @@ BOOL ReadResponseHead(MYINETHANDLE* hd)
         if (!IsInHundreds(response->RetCode, 1))
             return CheckFinalHead(response);
     }
-    return Fail(EBADMSG);
+    return FailHttp(EBADMSG);
 }
 
 BOOL ReadResponseBody(MYINETHANDLE* hd)
