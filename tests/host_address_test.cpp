@@ -89,6 +89,18 @@ TEST(HostAddress, ANameThatDoesNotResolveHasNone)
     });
 }
 
+TEST(HostAddress, ANameThatResolvesAsIPv4OnlyHasNoneOfIPv6)
+{
+    const support::TempDir dir;
+    RUN_IN_CHILD([&] {
+        BecomeHost(dir, "box", "192.0.2.1 box\n");
+        support::MarkErrorText();
+        EXPECT_EQ(Network_GetIPAddressCount_V6(), 0);
+        EXPECT_TRUE(support::ErrorTextIsMarked());
+        EXPECT_EQ(GetIPAddressCount(), 1);
+    });
+}
+
 TEST(HostAddress, ThousandsOfThemAreNotTooMany)
 {
     const support::TempDir dir;

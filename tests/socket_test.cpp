@@ -365,7 +365,7 @@ TEST(SClientAddr, BadArguments)
     const sockaddr_storage six = Listener::Loopback(AF_INET6, 80);
     Socket socket;
     EXPECT_FALSE(S_Client_Addr(socket.Get(), &four, 1));
-    EXPECT_SYSTEM_ERROR(EINVAL);
+    EXPECT_SYSTEM_ERROR(EBADF);
     EXPECT_FALSE(S_Client_Addr(nullptr, &four, 1));
     ASSERT_TRUE(S_Open(socket.Get(), 0, 0, 0));
     support::MarkErrorText();
@@ -418,7 +418,7 @@ TEST(SBind, Failures)
     const Listener taken;
     Socket socket;
     EXPECT_FALSE(S_Bind(socket.Get(), "127.0.0.1", 0));
-    EXPECT_SYSTEM_ERROR(EINVAL);
+    EXPECT_SYSTEM_ERROR(EBADF);
     EXPECT_FALSE(S_Bind(nullptr, "127.0.0.1", 0));
     ASSERT_TRUE(S_Open(socket.Get(), 0, 0, 0));
     EXPECT_FALSE(S_Bind(socket.Get(), "127.0.0.1", taken.Port()));
@@ -507,8 +507,11 @@ TEST(SListen, Failures)
     EXPECT_FALSE(S_Listen(nullptr, 1));
     EXPECT_SYSTEM_ERROR(EINVAL);
     EXPECT_FALSE(S_Listen(socket.Get(), 1));
+    EXPECT_SYSTEM_ERROR(EBADF);
     EXPECT_FALSE(S_CanAccept(nullptr));
+    EXPECT_SYSTEM_ERROR(EINVAL);
     EXPECT_FALSE(S_CanAccept(socket.Get()));
+    EXPECT_SYSTEM_ERROR(EBADF);
     ASSERT_TRUE(S_Open(socket.Get(), AF_INET, SOCK_DGRAM, 0));
     EXPECT_FALSE(S_Listen(socket.Get(), 1));
     EXPECT_SYSTEM_ERROR(EOPNOTSUPP);

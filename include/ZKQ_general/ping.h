@@ -42,7 +42,7 @@ ZKQ_API BOOL Network_PingHost(const char* IPAddress, int Size, int iTimeOut, uns
  *
  * @param IPAddress  The host: a name or an address.
  * @param NetAddress Receives the address in network byte order, 4 or 16 bytes: room for 16. May be null.
- * @param bIPV6      Receives 1 for IPv6, else 0. May be null.
+ * @param bIPV6      Receives 1 for IPv6, else 0, also when the host has no address. May be null.
  * @return TRUE if the host has an address.
  */
 ZKQ_API BOOL Network_IsIPV6Address(const char* IPAddress, unsigned char* NetAddress, int* bIPV6);
@@ -83,7 +83,7 @@ ZKQ_API BOOL Network_GetIPAddress_V6_if(const char* DevName, char* IP);
 
 /**
  * @brief Counts the IPv6 addresses that the host's own name resolves to.
- * @return The count, or -1 with the error text set; a name that does not resolve as IPv6 is such a failure.
+ * @return The count, 0 if it resolves as IPv4 only, or -1 with the error text set.
  */
 ZKQ_API int Network_GetIPAddressCount_V6(void);
 

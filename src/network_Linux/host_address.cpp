@@ -47,8 +47,8 @@ int CountAddresses(int family)
             ++count;
         return 0;
     });
-    if (error == 0)
-        return count;
+    if (error == 0 || (family == AF_INET6 && WithHostEntry(AF_INET, [](const hostent&) { return 0; }) == 0))
+        return count; // a name that has only addresses of the other family has none of this one
     GeneralMisc_SetSystemError(error);
     return -1;
 }

@@ -217,6 +217,8 @@ BOOL Network_IsIPV6Address(const char* IPAddress, unsigned char* NetAddress, int
 {
     if (IPAddress == nullptr)
         return Fail(EINVAL);
+    if (bIPV6 != nullptr)
+        *bIPV6 = 0; // what does not resolve was last taken for IPv4
     SocketAddress address;
     if (const int error = Resolve(IPAddress, &address))
         return Fail(error);

@@ -330,7 +330,7 @@ BOOL S_Client(SOCKET_ZKQ* sy, const char* daddr, int port, long Timeout)
 
 BOOL S_Client_Addr(SOCKET_ZKQ* sy, const void* pAddr, long Timeout)
 {
-    if (!HasSocket(sy) || pAddr == nullptr)
+    if (sy == nullptr || pAddr == nullptr)
         return Fail(EINVAL);
     if (const int error = TakeAddress(sy, pAddr))
         return Fail(error);
@@ -339,14 +339,14 @@ BOOL S_Client_Addr(SOCKET_ZKQ* sy, const void* pAddr, long Timeout)
 
 BOOL S_Bind(SOCKET_ZKQ* sy, const char* daddr, int port)
 {
-    if (!HasSocket(sy) || sy->bindflag != 0)
+    if (sy == nullptr || sy->bindflag != 0)
         return Fail(EINVAL);
     return FinishAddress(Bind(sy, daddr, port));
 }
 
 BOOL S_Bind_Addr(SOCKET_ZKQ* sy, const void* pAddr)
 {
-    if (!HasSocket(sy) || sy->bindflag != 0 || pAddr == nullptr)
+    if (sy == nullptr || sy->bindflag != 0 || pAddr == nullptr)
         return Fail(EINVAL);
     const int error = TakeAddress(sy, pAddr);
     return Finish(error != 0 ? error : BindToOwnAddress(sy));
@@ -354,7 +354,7 @@ BOOL S_Bind_Addr(SOCKET_ZKQ* sy, const void* pAddr)
 
 BOOL S_Listen(SOCKET_ZKQ* sy, int iConnections)
 {
-    if (!HasSocket(sy))
+    if (sy == nullptr)
         return Fail(EINVAL);
     return listen(Descriptor(sy->sd), iConnections) == 0 ? TRUE : FailWithErrno();
 }
@@ -369,7 +369,7 @@ BOOL S_Accept(SOCKET_ZKQ SockFD, SOCKET_ZKQ* NewFd, int)
 
 BOOL S_CanAccept(SOCKET_ZKQ* sy)
 {
-    if (!HasSocket(sy))
+    if (sy == nullptr)
         return Fail(EINVAL);
     return WaitFor(sy->sd, kReadable, 0) > 0 ? TRUE : FailWithErrno();
 }

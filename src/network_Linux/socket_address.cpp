@@ -73,12 +73,12 @@ int NameOfIPv4(const in_addr& address, char* name)
     return 0;
 }
 
-/// 0, or the resolver's error number, or its other, which is negative.
-int NameOf(const SocketAddress& address, char* name)
+/// Ends an exported function with the host name of an address.
+BOOL GiveName(const SocketAddress& address, char* name)
 {
     if (address.any.sa_family != AF_INET6)
-        return NameOfIPv4(address.v4.sin_addr, name);
-    return getnameinfo(&address.any, sizeof address.v6, name, kHostNameSize, nullptr, 0, 0);
+        return Finish(NameOfIPv4(address.v4.sin_addr, name));
+    return FinishAddress(getnameinfo(&address.any, sizeof address.v6, name, kHostNameSize, nullptr, 0, 0));
 }
 
 /// These two fill as much of an address as its socket's family has; 0 or an errno value.
@@ -130,7 +130,7 @@ BOOL GiveTexts(const SOCKET_ZKQ* sy, LPTSTR IPName, int* Port, LPTSTR Name, Addr
         return Fail(error);
     if (!Network_ParseSockAddr(&address, IPName, Port, nullptr))
         return FALSE;
-    return Name == nullptr ? TRUE : FinishAddress(NameOf(address, Name));
+    return Name == nullptr ? TRUE : GiveName(address, Name);
 }
 
 } // namespace
@@ -296,7 +296,7 @@ BOOL S_GetHostByAddr(const void* AddrInfo, LPTSTR Name)
 {
     if (AddrInfo == nullptr || Name == nullptr)
         return Fail(EINVAL);
-    return FinishAddress(NameOf(Load(AddrInfo), Name));
+    return GiveName(Load(AddrInfo), Name);
 }
 
 BOOL S_GetSockHostIP(SOCKET_ZKQ SockFD, LPTSTR IPName)
@@ -316,7 +316,7 @@ BOOL S_GetSockHost(SOCKET_ZKQ SockFD, LPTSTR Name)
     SocketAddress address = {};
     if (const int error = LocalAddress(SockFD, &address))
         return Fail(error);
-    return FinishAddress(NameOf(address, Name));
+    return GiveName(address, Name);
 }
 
 BOOL S_GetLocalInfoEx(SOCKET_ZKQ* sy, LPTSTR IPName, int* Port, LPTSTR Name)
