@@ -168,7 +168,7 @@ TEST(IpAddress, MapOfLinksOverAConversationOfTheCallers)
     rtnl_handle handle = {};
     handle.fd = socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
     ASSERT_GE(handle.fd, 0);
-    handle.local.nl_family = handle.peer.nl_family = AF_NETLINK;
+    handle.local.nl_family = AF_NETLINK;
     auto* const local = reinterpret_cast<sockaddr*>(&handle.local);
     socklen_t length = sizeof handle.local;
     ASSERT_EQ(bind(handle.fd, local, length), 0);

@@ -166,12 +166,14 @@ int ReceiveAll(const rtnl_handle& rth, WalkOne walk)
     return result == Walk::kDone ? 0 : -1;
 }
 
-/// Sends to the other side; false with errno.
+/// Sends to the kernel, whom a caller's conversation need not name; false with errno.
 bool Send(const rtnl_handle& rth, const void* bytes, size_t size)
 {
+    sockaddr_nl kernel = {};
+    kernel.nl_family = AF_NETLINK;
     ssize_t sent = -1;
     do {
-        sent = sendto(rth.fd, bytes, size, 0, reinterpret_cast<const sockaddr*>(&rth.peer), sizeof rth.peer);
+        sent = sendto(rth.fd, bytes, size, 0, reinterpret_cast<const sockaddr*>(&kernel), sizeof kernel);
     } while (sent < 0 && errno == EINTR);
     return sent >= 0;
 }
