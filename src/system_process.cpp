@@ -57,7 +57,7 @@ private:
         return getcwd(working, sizeof working) != nullptr && Try(working, "/", name);
     }
 
-    /// Whether there is a file of this name, which the text then is.
+    /// Whether there is a file of this name, be it a link that leads nowhere, which the text then is.
     bool Try(std::string_view directory, std::string_view slash, std::string_view name)
     {
         char* next = text_.get();
@@ -65,7 +65,7 @@ private:
             next += part.copy(next, part.size());
         *next = '\0';
         struct stat status;
-        return stat(text_.get(), &status) == 0;
+        return lstat(text_.get(), &status) == 0;
     }
 
     MallocPtr<char> text_;

@@ -137,6 +137,16 @@ DWORD RunFrom(const std::string& path, const char* name = "prog")
     return code;
 }
 
+TEST(RunProgram, ALinkThatLeadsNowhereIsThere)
+{
+    const TempDir dir;
+    const std::string link = dir.File("link");
+    std::filesystem::create_symlink("nonesuch", link);
+    DWORD code = 7;
+    EXPECT_TRUE(ZKQGeneral_WinExecFileAndGetRetCode(link.c_str(), "2>/dev/null", TRUE, &code));
+    EXPECT_EQ(code, 127u) << "says the shell";
+}
+
 TEST(RunProgram, IsSearchedInOrder)
 {
     RUN_IN_CHILD([] {

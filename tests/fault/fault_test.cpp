@@ -728,7 +728,7 @@ INSTANTIATE_TEST_SUITE_P(
                      const BOOL ran = ZKQGeneral_WinExecFileAndGetRetCode("true", "x", TRUE, &code);
                      return ran && code == 0;
                  },
-                 {"stat"}, // the next directory may have it, too
+                 {"lstat"}, // the next directory may have it, too
                  {}},
         Scenario{"find_process",
                  [](const LogDir&) {},
