@@ -110,9 +110,8 @@ BOOL ZKQGeneral_SysReleaseSemaphore(int SemID, int iCount)
 {
     if (iCount == 0)
         return TRUE;
-    if (iCount < 0) // would take units, and wait for them
-        return Fail(EINVAL);
-    return Finish(iCount > SHRT_MAX ? ERANGE : Change(SemID, static_cast<short>(iCount)));
+    const bool fits = iCount >= SHRT_MIN && iCount <= SHRT_MAX;
+    return Finish(fits ? Change(SemID, static_cast<short>(iCount)) : ERANGE);
 }
 
 BOOL ZKQGeneral_SysCloseSemaphore(int)
@@ -166,12 +165,13 @@ BOOL ZKQGeneral_KillSharedMemory(int ShMemID)
 
 BOOL ZKQGeneral_ShbCreateBlock(SHAREDBLOCK* SHB)
 {
-    if (SHB == nullptr || SHB->Size < 0)
+    if (SHB == nullptr)
         return Fail(EINVAL);
     SHB->SemID = ZKQGeneral_SysCreateSemaphore(1, kUnused, Key(SHB->SemName));
     if (SHB->SemID < 0)
         return FALSE;
-    SHB->ShmID = ZKQGeneral_CreateSharedMemory(Key(SHB->ShmName), static_cast<unsigned>(SHB->Size));
+    SHB->ShmID = SHB->Size < 0 ? FailWithNone(EINVAL)
+                               : ZKQGeneral_CreateSharedMemory(Key(SHB->ShmName), static_cast<unsigned>(SHB->Size));
     if (SHB->ShmID < 0)
         return FALSE;
     void* const address = ZKQGeneral_MapSharedMemory(SHB->ShmID);

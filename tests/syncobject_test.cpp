@@ -115,9 +115,13 @@ TEST(Semaphore, GivesAndTakesUnits)
         ExpectError(ERANGE);
         EXPECT_FALSE(ZKQGeneral_SysReleaseSemaphore(id, 32767)) << "more than fit";
         ExpectError(ERANGE);
-        EXPECT_FALSE(ZKQGeneral_SysReleaseSemaphore(id, -1));
-        ExpectError(EINVAL);
+        EXPECT_FALSE(ZKQGeneral_SysReleaseSemaphore(id, -32769));
+        ExpectError(ERANGE);
+        EXPECT_FALSE(ZKQGeneral_SysReleaseSemaphore(id, -301)) << "without waiting";
+        ExpectError(EAGAIN);
         EXPECT_EQ(Units(id), 300);
+        EXPECT_TRUE(ZKQGeneral_SysReleaseSemaphore(id, -300));
+        EXPECT_EQ(Units(id), 0);
         EXPECT_FALSE(ZKQGeneral_SysReleaseSemaphore(-1, 1));
         ExpectError(EINVAL);
         EXPECT_FALSE(ZKQGeneral_SysWaitSemaphore(-1, 1));
@@ -346,9 +350,11 @@ TEST(SharedBlock, ThatGetsNoMemoryLeavesItsLock)
         ZKQGeneral_ShbDestroyBlock(&block);
         EXPECT_EQ(semget(kKey, 1, 0), -1);
         block = Block(-1);
+        block.ShmID = 77;
         EXPECT_FALSE(ZKQGeneral_ShbCreateBlock(&block));
         ExpectError(EINVAL);
-        EXPECT_EQ(semget(kKey, 1, 0), -1);
+        EXPECT_EQ(Units(block.SemID), 1);
+        EXPECT_EQ(block.ShmID, -1);
         EXPECT_EQ(ZKQGeneral_ShbConnectBlock(&block), nullptr);
         ExpectError(EINVAL);
     });

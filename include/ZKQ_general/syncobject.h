@@ -59,7 +59,8 @@ ZKQ_API BOOL ZKQGeneral_SysWaitSemaphore(int SemID, int iTimeout);
 /**
  * @brief Gives units back.
  * @param SemID  The semaphore.
- * @param iCount How many, at most 32767: `ERANGE` beyond, `EINVAL` for a negative count. 0 does nothing.
+ * @param iCount How many, -32768 to 32767: `ERANGE` beyond. 0 does nothing; a negative count takes units without waiting, and
+ *               fails with `EAGAIN` if there are not so many.
  * @return TRUE on success.
  */
 ZKQ_API BOOL ZKQGeneral_SysReleaseSemaphore(int SemID, int iCount);
