@@ -405,6 +405,16 @@ MSGDATA* AsPacket(void* Packet)
     return static_cast<MSGDATA*>(Packet);
 }
 
+/// Whether a packet may be put into a buffer, or found there; 0 or an errno value.
+int CheckBuffer(const void* buffer, int size, const void* packet)
+{
+    if (packet == nullptr)
+        return EINVAL;
+    if (size < kWordSize)
+        return EBADMSG;
+    return buffer == nullptr ? EINVAL : 0;
+}
+
 /// A pointer into the packet as the functions hand it out.
 template <class T>
 T* Handed(Bytes bytes)
@@ -423,17 +433,15 @@ BOOL ZKQGeneral_CreateMsgPacket(int StepSize, void** Packet)
 
 BOOL ZKQGeneral_InitMsgPacket(const void* Buffer, int Size, int StepSize, void** Packet)
 {
-    if (Buffer == nullptr || Packet == nullptr)
-        return Fail(EINVAL);
+    if (const int error = CheckBuffer(Buffer, Size, Packet))
+        return Fail(error);
     return Finish(NewPacketFrom(Buffer, Size, StepSize, Packet));
 }
 
 BOOL ZKQGeneral_CreateMsgPacket2(unsigned char* Buffer, int BufferSize, MSGDATA* Packet)
 {
-    if (Buffer == nullptr || Packet == nullptr)
-        return Fail(EINVAL);
-    if (BufferSize < kWordSize)
-        return Fail(EBADMSG);
+    if (const int error = CheckBuffer(Buffer, BufferSize, Packet))
+        return Fail(error);
     *Packet = {};
     Packet->buffer = Buffer;
     Packet->max = BufferSize;
@@ -444,8 +452,8 @@ BOOL ZKQGeneral_CreateMsgPacket2(unsigned char* Buffer, int BufferSize, MSGDATA*
 
 BOOL ZKQGeneral_InitMsgPacket2(unsigned char* Buffer, int BufferSize, MSGDATA* Packet)
 {
-    if (Buffer == nullptr || Packet == nullptr)
-        return Fail(EINVAL);
+    if (const int error = CheckBuffer(Buffer, BufferSize, Packet))
+        return Fail(error);
     MSGDATA data = {};
     if (const int error = Parse(Buffer, BufferSize, &data); error != 0)
         return Fail(error);

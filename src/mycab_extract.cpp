@@ -114,7 +114,11 @@ public:
     /// Decompresses a member, which is in use until the next.
     BOOL Read(const CabMember& member, std::span<const unsigned char>* content);
     int64_t Count() const { return CabNumber(header_.Count); }
-    const CabMember& Member(long index) const { return members_.get()[index]; }
+    /// A member without a name if the directory has none of this number.
+    const CabMember& Member(long index) const
+    {
+        return members_.get()[std::min(static_cast<size_t>(index), readable_)];
+    }
 
 private:
     BOOL ReadStream(int64_t start, int64_t compactSize, int64_t size, std::span<const unsigned char>* content);
@@ -128,6 +132,7 @@ private:
     Scratch plain_;
     MallocPtr<unsigned char> text_; ///< the directory
     MallocPtr<CabMember> members_;
+    size_t readable_; ///< how many of them a directory of its size can have at most; behind them is an empty one
 };
 
 /// Reads exactly the bytes at a place of a file; 0 or an errno value.
@@ -191,15 +196,15 @@ BOOL CabReader::ReadDirectory()
     if (!ReadStream(CabNumber(header_.DirectoryPos), CabNumber(header_.DirectoryCompactSize),
                     CabNumber(header_.DirectorySize), &directory))
         return FALSE;
-    const size_t count = static_cast<size_t>(Count());
-    if (Count() < 0 || count > directory.size() / kMinSectionSize)
+    if (Count() < 0)
         return Fail(EBADMSG);
+    readable_ = std::min(static_cast<size_t>(Count()), directory.size() / kMinSectionSize);
     text_ = plain_.Release();
-    members_.reset(static_cast<CabMember*>(calloc(count + 1, sizeof(CabMember))));
+    members_.reset(static_cast<CabMember*>(calloc(readable_ + 1, sizeof(CabMember))));
     if (members_ == nullptr)
         return FailWithErrno();
     const auto* text = reinterpret_cast<const char*>(directory.data());
-    ReadMembers({text, strnlen(text, directory.size())}, {members_.get(), count});
+    ReadMembers({text, strnlen(text, directory.size())}, {members_.get(), readable_});
     return TRUE;
 }
 
@@ -302,11 +307,11 @@ int CabTarget::EnterSubdirectories(std::string_view path)
 
 BOOL CabTarget::CreateExtractFileDir()
 {
-    if (!OpenRoot())
-        return FALSE;
     const std::string_view subdirectory = After(Path().substr(0, base_), prefix_);
     if (subdirectory.find("//") != std::string_view::npos)
         return Fail(EINVAL);
+    if (!OpenRoot())
+        return FALSE;
     if (parent_.IsOpen() && subdirectory == parentName_)
         return TRUE;
     if (const int error = EnterSubdirectories(subdirectory))

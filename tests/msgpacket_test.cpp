@@ -173,6 +173,8 @@ TEST(MsgPacket, TheLibrarysCopyHasExactlyTheLengthOfItsHeader)
     for (const int size : {0, 3, -1, -4, INT_MIN}) {
         void* packet = &packet;
         ExpectFails(EBADMSG, [&] { return ZKQGeneral_InitMsgPacket(bytes.data(), size, 0, &packet); });
+        if (size < 4)
+            ExpectFails(EBADMSG, [&] { return ZKQGeneral_InitMsgPacket(nullptr, size, 0, &packet); });
         EXPECT_EQ(packet, &packet) << "left alone";
     }
 }

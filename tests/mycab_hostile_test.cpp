@@ -171,6 +171,8 @@ TEST(Hostile, CountsThatLie)
         cabinet.count = count;
         EXPECT_FALSE(box.Extract(cabinet)) << count;
         EXPECT_SYSTEM_ERROR(EBADMSG);
+        EXPECT_EQ(ReadFile(box.OutFile("f")), "content") << "what is there comes before what is not";
+        fs::remove(box.OutFile("f"));
     }
     for (const int64_t count : {int64_t{-1}, int64_t{-2}, int64_t{-5}, INT64_MIN, -kQuintillion}) {
         Cabinet cabinet = One();
