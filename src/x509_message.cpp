@@ -123,11 +123,13 @@ int ZKQGeneral_MSG_i2d(const void* val, unsigned char** out, int max, const GENE
 
 int ZKQGeneral_MSG_d2i(void* val, int Size, const unsigned char* in, int len, const GENERAL_MSG_ITEM* it, int mode)
 {
-    if (!IsMode(mode) || val == nullptr || Size < 0 || it == nullptr)
+    if (val == nullptr || Size < 0)
         return EINVAL;
     auto* const record = static_cast<char*>(val);
     const auto size = static_cast<size_t>(Size);
     memset(record, 0, size);
+    if (!IsMode(mode) || it == nullptr)
+        return EINVAL;
     if (mode == ZKQ_MSG_DER)
         return DecodeDer(record, size, in, len, it);
     const auto* const text = reinterpret_cast<const char*>(in);

@@ -70,7 +70,7 @@ TEST(MessageTemplates, AreFilledByTheMacros)
     EXPECT_EQ(All_it(), All_it());
 }
 
-TEST(MessageModes, AreCheckedBeforeAnythingElse)
+TEST(MessageModes, MustBeKnown)
 {
     const Leaf leaf = {1};
     unsigned char* out = nullptr;
@@ -78,7 +78,8 @@ TEST(MessageModes, AreCheckedBeforeAnythingElse)
         EXPECT_EQ(ZKQGeneral_MSG_i2d(&leaf, &out, 0, Leaf_it(), mode), -22);
         Leaf target = {7};
         EXPECT_EQ(ZKQGeneral_MSG_d2i(&target, sizeof target, nullptr, 0, Leaf_it(), mode), EINVAL);
-        EXPECT_EQ(target.value, 7) << "nothing is zeroed";
+        EXPECT_EQ(target.value, 0) << "the record is empty whatever the mode";
+        target.value = 7;
         ZKQGeneral_MSG_free(&target, Leaf_it(), 1, mode); // would abort if it did anything
     }
     for (const int mode : {0, 1, 2}) {
@@ -86,8 +87,9 @@ TEST(MessageModes, AreCheckedBeforeAnythingElse)
         EXPECT_EQ(ZKQGeneral_MSG_d2i(nullptr, 4, nullptr, 0, Leaf_it(), mode), EINVAL);
         Leaf target = {7};
         EXPECT_EQ(ZKQGeneral_MSG_d2i(&target, -1, nullptr, 0, Leaf_it(), mode), EINVAL);
-        EXPECT_EQ(ZKQGeneral_MSG_d2i(&target, 4, nullptr, 0, nullptr, mode), EINVAL);
         EXPECT_EQ(target.value, 7);
+        EXPECT_EQ(ZKQGeneral_MSG_d2i(&target, 4, nullptr, 0, nullptr, mode), EINVAL);
+        EXPECT_EQ(target.value, 0);
         ZKQGeneral_MSG_free(nullptr, Leaf_it(), 1, mode);
         ZKQGeneral_MSG_free(&target, nullptr, 1, mode);
     }
