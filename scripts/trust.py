@@ -103,9 +103,20 @@ def figures():
     strain_summary, strain_table = strain()
     fuzz_summary, fuzz_table = fuzz()
     clean = len(re.findall(r"^valgrind: \S+ is clean", read(LOGS / "valgrind.log"), re.M))
+    mutants = find(
+        r"seed (\d+), (\d+) of (\d+) possible, (\d+) killed \(([\d.]+) %\), (\d+) survived, (\d+) known to change nothing",
+        read(LOGS / "mutants.log"),
+        "mutants",
+    )
     rows = [
         ["lines covered", covered("lines", coverage), "`scripts/coverage.sh`"],
         ["branches covered", covered("branches", coverage), "`scripts/coverage.sh`"],
+        [
+            "mutants: single operators changed on covered lines",
+            f"{mutants[2]} of {grouped(int(mutants[3]))} (seed {mutants[1]}): {mutants[4]} noticed ({mutants[5]} %), "
+            f"{mutants[6]} not, {mutants[7]} others known to change nothing",
+            "`scripts/mutants.py`",
+        ],
         ["allocations failed in turn", f"{grouped(allocations)}, in {tests} tests", "`fault_test`, preset asan"],
         ["system and library calls failed in turn", f"{grouped(others)}, in the same tests", "`fault_test`, preset asan"],
         ["fuzzing", fuzz_summary, "`scripts/fuzz.sh 20`"],

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Measures what docs/trust.md tells and writes its figures anew. Takes some 25 minutes on two cores; with --table only the
+# Measures what docs/trust.md tells and writes its figures anew. Takes some 50 minutes on two cores; with --table only the
 # table is made again, of what was measured last.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,7 +23,8 @@ if [ "${1:-}" != --table ]; then
     measure fault-build cmake --build --preset asan --parallel "$(nproc)" --target fault_test
     measure fault build/asan/tests/fault/fault_test
     measure fuzz scripts/fuzz.sh 20
-    measure coverage scripts/coverage.sh
+    measure coverage scripts/coverage.sh --json build/coverage.json
+    measure mutants scripts/mutants.py
     measure cppcheck scripts/cppcheck.sh
     measure tidy scripts/tidy.sh
     measure valgrind scripts/valgrind.sh

@@ -471,6 +471,21 @@ TEST(HttpRedirect, ARingEnds)
     EXPECT_EQ(server.Requests().size(), 1001U);
 }
 
+TEST(HttpRedirect, AChainEndsInTenTimesTheTimeOut)
+{
+    std::string own;
+    ScriptedServer server({[&own](support::Fd& connection) {
+        usleep(300000);
+        support::WriteAll(connection.Get(), Redirect(own));
+    }});
+    server.RepeatLast();
+    own = server.Url();
+    const support::Stopwatch watch;
+    EXPECT_FALSE(Get(own, 1).succeeded);
+    EXPECT_SYSTEM_ERROR(ETIME);
+    EXPECT_GE(watch.Seconds(), 9.9);
+}
+
 // --- Entry points
 
 TEST(HttpEntryPoints, PassTheirArgumentsOn)

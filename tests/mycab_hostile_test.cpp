@@ -181,6 +181,26 @@ TEST(Hostile, CountsThatLie)
     }
 }
 
+TEST(Hostile, AMemberIsNoneOfTheOthers)
+{
+    // However many there are said to be, each number finds its own section or none, whichever sections there are.
+    for (size_t other = 1; other < 12; ++other) {
+        const Box box;
+        Cabinet cabinet = One();
+        const std::string section = cabinet.Directory();
+        cabinet.directory = section + "[File" + std::to_string(other) + section.substr(section.find(']'));
+        cabinet.count = 1000;
+        const std::string bytes = cabinet.Bytes();
+        WriteFile(box.Outside() + "/c", bytes);
+        support::Buffer name(300);
+        strcpy(name.Data(), box.Out().c_str());
+        EXPECT_FALSE(ZKQGeneral_ExtractMyCabOneFile((box.Outside() + "/c").c_str(), name.Data(), 500)) << other;
+        EXPECT_SYSTEM_ERROR(EBADMSG);
+        EXPECT_TRUE(ZKQGeneral_ExtractMyCabOneFile((box.Outside() + "/c").c_str(), name.Data(), 0)) << other;
+        EXPECT_EQ(ReadFile(box.OutFile("f")), "content");
+    }
+}
+
 TEST(Hostile, OneMemberMoreThanThereIs)
 {
     const Box box;
