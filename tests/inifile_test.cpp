@@ -518,6 +518,8 @@ TEST_F(ProfileFile, NullArgumentsOfTheReader)
     expect_einval(ZKQGeneral_GetPrivateProfileString(nullptr, "k", "d", buffer, sizeof buffer, path));
     expect_einval(ZKQGeneral_GetPrivateProfileString("S", nullptr, "d", buffer, sizeof buffer, path));
     expect_einval(ZKQGeneral_GetPrivateProfileString("S", "k", "d", nullptr, sizeof buffer, path));
+    expect_einval(ZKQGeneral_GetPrivateProfileString("S", "k", "d", nullptr, sizeof buffer, "no/such/file"));
+    expect_einval(ZKQGeneral_GetPrivateProfileString("S", "k", nullptr, buffer, sizeof buffer, "no/such/file"));
     expect_einval(ZKQGeneral_GetPrivateProfileString("S", "k", "d", buffer, sizeof buffer, nullptr));
 }
 
