@@ -182,14 +182,6 @@ bool IsFirst(const XMLNODE* node)
     return node->previous->Next == nullptr;
 }
 
-/// The first node of the chain that a node is in.
-XMLNODE* FirstOf(XMLNODE* node)
-{
-    while (!IsFirst(node))
-        node = node->previous;
-    return node;
-}
-
 /// What Unlink() needs for the first node of a chain. Which that is matters at the chain's ends only, and there it is mostly
 /// known.
 XMLNODE* FirstForUnlink(XMLNODE* document, XMLNODE* node)
@@ -301,6 +293,13 @@ int CopyBelow(const XMLNODE* source, XMLNODE* copy)
 }
 
 } // namespace
+
+XMLNODE* FirstOf(XMLNODE* node)
+{
+    while (!IsFirst(node))
+        node = node->previous;
+    return node;
+}
 
 XMLNODE* ElementFrom(XMLNODE* node)
 {

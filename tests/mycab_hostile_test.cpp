@@ -181,6 +181,14 @@ TEST(Hostile, CountsThatLie)
     }
 }
 
+TEST(Hostile, ANameWithAnEmptyPartMakesNoDirectory)
+{
+    const Box box;
+    EXPECT_FALSE(box.Extract({.entries = {{.name = "d//x", .content = "content"}}}));
+    EXPECT_SYSTEM_ERROR(EINVAL);
+    EXPECT_FALSE(Exists(box.Out()));
+}
+
 TEST(Hostile, AMemberIsNoneOfTheOthers)
 {
     // However many there are said to be, each number finds its own section or none, whichever sections there are.

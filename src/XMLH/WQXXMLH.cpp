@@ -112,16 +112,6 @@ int ResolveWithName(void* Handle, const char* Path, PathMode mode, const char* n
     return name == nullptr ? error : LogXmlResult(error); // who finds that there is none has logged it
 }
 
-/// The first node of the chain that an element begun at is in; null if that is the element itself, which only the
-/// owner of its document can take out.
-XMLNODE* ChainBefore(XMLNODE* node)
-{
-    XMLNODE* first = node;
-    while (first->previous->Next != nullptr)
-        first = first->previous;
-    return first == node ? nullptr : first;
-}
-
 int DeleteNode(void* Handle, XMLNODE* node)
 {
     WQXXMLH* const document = AsDocument(Handle);
@@ -129,8 +119,8 @@ int DeleteNode(void* Handle, XMLNODE* node)
         UnlinkAndRelease(&node->parent->Child, node);
         return 0;
     }
-    XMLNODE* first = document != nullptr ? static_cast<XMLNODE*>(document->xml) : ChainBefore(node);
-    if (first == nullptr)
+    XMLNODE* first = document != nullptr ? static_cast<XMLNODE*>(document->xml) : FirstOf(node);
+    if (document == nullptr && first == node) // which only the owner of its document can take out
         return EINVAL;
     UnlinkAndRelease(&first, node);
     if (document != nullptr)

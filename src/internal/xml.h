@@ -58,6 +58,8 @@ inline bool IsElement(const XMLNODE* node)
     return node->Type == ELEMENT;
 }
 
+/// The first node of the chain that a node is in.
+XMLNODE* FirstOf(XMLNODE* node);
 /// The first element from `node` on in its chain, or null.
 XMLNODE* ElementFrom(XMLNODE* node);
 inline const XMLNODE* ElementFrom(const XMLNODE* node)

@@ -107,6 +107,7 @@ int WritePending(FUNCTIONOUT* out)
     return size == 0 || fwrite(out->Pending, 1, size, out->fp) == size ? 0 : errno;
 }
 
+/// As WritePending(), and tells of a failure.
 BOOL FlushPending(FUNCTIONOUT* out)
 {
     const int error = WritePending(out);

@@ -217,17 +217,16 @@ BOOL Network_IsIPV6Address(const char* IPAddress, unsigned char* NetAddress, int
 {
     if (IPAddress == nullptr)
         return Fail(EINVAL);
-    if (bIPV6 != nullptr)
-        *bIPV6 = 0; // what does not resolve was last taken for IPv4
     SocketAddress address;
-    if (const int error = Resolve(IPAddress, &address))
-        return Fail(error);
+    const int error = Resolve(IPAddress, &address);
     const bool isIPv6 = address.any.sa_family == AF_INET6;
+    if (bIPV6 != nullptr)
+        *bIPV6 = isIPv6 ? 1 : 0; // also of what does not resolve, which was last taken for IPv4
+    if (error != 0)
+        return Fail(error);
     if (NetAddress != nullptr && isIPv6)
         memcpy(NetAddress, &address.v6.sin6_addr, sizeof address.v6.sin6_addr);
     else if (NetAddress != nullptr)
         memcpy(NetAddress, &address.v4.sin_addr, sizeof address.v4.sin_addr);
-    if (bIPV6 != nullptr)
-        *bIPV6 = isIPv6 ? 1 : 0;
     return TRUE;
 }
